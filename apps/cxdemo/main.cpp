@@ -1,0 +1,176 @@
+// cxdemo: a small X11 host for the library. It makes its own window, hands it
+// to CXViewer, drives the frames, and can write the last frame to a PNG.
+//
+//   cxdemo [--base-path DIR] [--model-root DIR] [--frames N] [--snapshot FILE.png]
+//          [--size WIDTHxHEIGHT]
+
+#include "FrameCapture.h"
+#include "X11HostWindow.h"
+
+#include <viewer/CXViewer>
+
+#include <osgDB/WriteFile>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+
+#ifndef CXDEMO_DEFAULT_DATA_DIR
+#define CXDEMO_DEFAULT_DATA_DIR "data"
+#endif
+
+namespace
+{
+
+struct Options
+{
+    std::string basePath = CXDEMO_DEFAULT_DATA_DIR;
+    std::string modelRoot;
+    long frames = -1; // until the window closes
+    std::string snapshot;
+    int width = 1280;
+    int height = 720;
+};
+
+void usage(const char* program)
+{
+    std::fprintf(stderr,
+                 "usage: %s [--base-path DIR] [--model-root DIR] [--frames N] [--snapshot FILE.png]"
+                 " [--size WIDTHxHEIGHT]\n"
+                 "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
+                 "  --model-root  directory of the model files (default: BASE/models)\n"
+                 "  --frames      number of frames to draw, then exit (default: until the window closes)\n"
+                 "  --snapshot    write the last frame to this PNG file\n"
+                 "  --size        window size (default 1280x720)\n",
+                 program, CXDEMO_DEFAULT_DATA_DIR);
+}
+
+bool parse(int argc, char** argv, Options& options)
+{
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string arg = argv[i];
+        auto value = [&](const char* name) -> const char* {
+            if (i + 1 >= argc)
+            {
+                std::fprintf(stderr, "%s needs a value\n", name);
+                return nullptr;
+            }
+            return argv[++i];
+        };
+        if (arg == "--help" || arg == "-h")
+        {
+            usage(argv[0]);
+            std::exit(0);
+        }
+        const char* v = nullptr;
+        if (arg == "--base-path" && (v = value("--base-path")))
+            options.basePath = v;
+        else if (arg == "--model-root" && (v = value("--model-root")))
+            options.modelRoot = v;
+        else if (arg == "--frames" && (v = value("--frames")))
+        {
+            char* end = nullptr;
+            options.frames = std::strtol(v, &end, 10);
+            if (!end || *end || options.frames < 1)
+            {
+                std::fprintf(stderr, "--frames wants a positive number, not '%s'\n", v);
+                return false;
+            }
+        }
+        else if (arg == "--snapshot" && (v = value("--snapshot")))
+            options.snapshot = v;
+        else if (arg == "--size" && (v = value("--size")))
+        {
+            if (std::sscanf(v, "%dx%d", &options.width, &options.height) != 2 || options.width < 1 ||
+                options.height < 1)
+            {
+                std::fprintf(stderr, "--size wants WIDTHxHEIGHT, not '%s'\n", v);
+                return false;
+            }
+        }
+        else
+        {
+            if (!v)
+                std::fprintf(stderr, "unknown or incomplete argument '%s'\n", arg.c_str());
+            return false;
+        }
+    }
+    if (options.modelRoot.empty())
+        options.modelRoot = options.basePath + "/models";
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    if (!parse(argc, argv, options))
+    {
+        usage(argv[0]);
+        return 2;
+    }
+
+    cxhost::X11HostWindow window(options.width, options.height, "cxdemo");
+    if (!window.isValid())
+    {
+        std::fprintf(stderr, "cxdemo: %s (is DISPLAY set?)\n", window.error().c_str());
+        return 1;
+    }
+
+    osg::ref_ptr<CXViewer> viewer = new CXViewer(window.handle());
+    viewer->basePath = options.basePath;
+    viewer->modelRootPath = options.modelRoot;
+    viewer->objManager = OBJManage::GetObjManager();
+    viewer->InitOSG();
+
+    osgViewer::CompositeViewer* composite = viewer->getCompositeViewer();
+    if (composite->done())
+    {
+        std::fprintf(stderr, "cxdemo: the viewer could not make a GL context on the window\n");
+        viewer->UnInitOSG();
+        return 1;
+    }
+
+    osg::ref_ptr<cxhost::FrameCapture> capture;
+    if (!options.snapshot.empty())
+        capture = cxhost::FrameCapture::install(viewer->getViewer()->getCamera());
+
+    long frame = 0;
+    const auto frameTime = std::chrono::milliseconds(16);
+    while (!composite->done() && window.processEvents())
+    {
+        const auto start = std::chrono::steady_clock::now();
+        const bool last = options.frames > 0 && frame + 1 >= options.frames;
+        if (capture && (last || options.frames < 0))
+            capture->arm();
+        composite->frame();
+        ++frame;
+        if (last)
+            break;
+        if (options.frames < 0)
+            std::this_thread::sleep_until(start + frameTime);
+    }
+    std::printf("cxdemo: drew %ld frames\n", frame);
+
+    int status = 0;
+    if (capture)
+    {
+        osg::ref_ptr<osg::Image> image = capture->image();
+        if (image && osgDB::writeImageFile(*image, options.snapshot))
+            std::printf("cxdemo: wrote %s (%dx%d)\n", options.snapshot.c_str(), image->s(), image->t());
+        else
+        {
+            std::fprintf(stderr, "cxdemo: could not write %s\n", options.snapshot.c_str());
+            status = 1;
+        }
+    }
+
+    viewer->UnInitOSG();
+    viewer = nullptr;
+    return status;
+}

@@ -1,0 +1,66 @@
+// Construction, start-up and shut-down of the viewer object.
+#include <viewer/CXViewer>
+
+#include <objects/CmdProcessEventHandler>
+
+#include <chrono>
+#include <thread>
+
+CXViewer* g_pCXviewer = nullptr;
+
+CXViewer::CXViewer(CXNativeWindow hWnd_)
+    : shanshuoState(0),
+      hWnd(hWnd_),
+      compositeViewer(nullptr),
+      graphicsContext(nullptr),
+      depthPartitionEnable(true),
+      posFileName("pos.txt"),
+      modelDbName("model.db"),
+      lessTenFine(300.0f), lessTenMiddle(800.0f), lessTenCrude(1000.0f), lessTenCrude2(3000.0f),
+      lessSixtyFine(300.0f), lessSixtyMiddle(1500.0f), lessSixtyCrude(2000.0f), lessSixtyCrude2(4000.0f),
+      otherFine(500.0f), otherMiddle(1500.0f), otherCrude(2000.0f), otherCrude2(4000.0f),
+      readOptions(new osgDB::Options),
+      labelHandler(nullptr),
+      earthLabelGroup(new osg::Group)
+{
+    g_pCXviewer = this;
+}
+
+CXViewer::CXViewer(const CXViewer& rhs) = default;
+CXViewer& CXViewer::operator=(const CXViewer& rhs) = default;
+
+CXViewer::~CXViewer()
+{
+    g_pCXviewer = nullptr;
+}
+
+void CXViewer::InitOSG()
+{
+    InitViewer();
+    InitSceneConfig();
+    InitSceneGraph();
+    InitEventHandler();
+    InitOsgEarth();
+    addearthLabel();
+}
+
+void CXViewer::UnInitOSG()
+{
+    if (!mainView.valid())
+        return;
+
+    compositeViewer->setDone(true);
+    mainView->getDatabasePager()->cancel();
+    // Time for the paging thread to wind down before the view goes.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+    compositeViewer->removeView(mainView.get());
+    mainView = nullptr;
+    compositeViewer->stopThreading();
+    OBJManage::GetObjManager()->Release();
+    OBJManage::CmdProcessEventHandler::instance(true);
+}
+
+void CXViewer::DestoryObjManager()
+{
+    objManager = nullptr;
+}
