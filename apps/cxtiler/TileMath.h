@@ -1,0 +1,40 @@
+// Spherical mercator tile arithmetic (EPSG:3857 tiling, 256 x 256 pixel tiles,
+// XYZ rows counted from the north; MBTiles stores TMS rows counted from the south).
+#ifndef CXTILER_TILEMATH_H
+#define CXTILER_TILEMATH_H
+
+namespace cxtiler
+{
+
+constexpr int kTileSize = 256;
+
+/** Northern (and, negated, southern) limit of the square mercator world. */
+constexpr double kMaxMercatorLatitude = 85.05112877980659;
+
+/** Deepest zoom level accepted from the command line. */
+constexpr int kMaxZoomLimit = 16;
+
+/** Number of tiles along one side of the world at `zoom`. */
+inline int tilesAcross(int zoom) { return 1 << zoom; }
+
+/** MBTiles row of the XYZ row `y`: rows count from the south. */
+inline int tmsRow(int zoom, int y) { return tilesAcross(zoom) - 1 - y; }
+
+/** Longitude in degrees of a position `globalX` pixels from the west edge of the
+ *  world at `zoom` (the world is 256 * 2^zoom pixels wide). */
+double longitudeAt(double globalX, int zoom);
+
+/** Latitude in degrees of a position `globalY` pixels south of the north edge of
+ *  the mercator world at `zoom`. */
+double latitudeAt(double globalY, int zoom);
+
+/** The inverse of latitudeAt: pixels south of the north edge at `zoom`. */
+double globalYAt(double latitude, int zoom);
+
+/** The smallest zoom whose equator carries at least as many pixels as a whole-world
+ *  equirectangular source `sourceWidth` pixels wide, so that no source detail is lost. */
+int maxZoomForWidth(int sourceWidth);
+
+} // namespace cxtiler
+
+#endif

@@ -1,0 +1,23 @@
+// cxtiler: turns whole-Earth equirectangular imagery and elevation grids into
+// MBTiles pyramids in spherical mercator, and writes earth files.
+// Run without arguments for the usage.
+
+#include "CommandLine.h"
+#include "MBTilesWriter.h"
+
+#include <osg/Notify>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+int main(int argc, char** argv)
+{
+    // The tool explains failures itself; the plugins' own warnings would only repeat them.
+    osg::setNotifyLevel(osg::FATAL);
+    cxtiler::MBTilesWriter::installInterruptCleanup();
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    return cxtiler::runCommandLine(args, std::cout, std::cerr, ::isatty(STDOUT_FILENO) != 0);
+}
