@@ -1,0 +1,131 @@
+#!/usr/bin/env bash
+# Prepares the real sample data of the demo and the rendering tests:
+#   BASE/data/base/image.db              NASA Blue Marble imagery, MBTiles (JPEG tiles)
+#   BASE/data/base/dem.db                SRTM elevation, MBTiles (Terrain-RGB PNG tiles)
+#   BASE/myselftest/china-simple.earth   the earth file (no layers: the viewer adds both)
+# from the Debian package marble-qt-data, fetched with `apt-get download` into a cache
+# folder and unpacked there with `dpkg -x` (nothing is installed), converted by the
+# cxtiler tool (built first if needed).
+#
+#   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
+#     BUILD_DIR  CMake build folder for cxtiler (default: $CXVIEWER_BUILD_DIR or <repo>/build)
+#     BASE_PATH  where the data goes           (default: $CXVIEWER_BASE_PATH or <repo>/sample)
+# Environment: CXVIEWER_CACHE (default ~/.cache/cxviewer), FORCE=1 to redo everything.
+#
+# Idempotent: every step is skipped while its outputs are newer than its inputs,
+# so a second run only checks and takes about a second.
+set -euo pipefail
+
+repo=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-${CXVIEWER_BUILD_DIR:-$repo/build}}
+base=${2:-${CXVIEWER_BASE_PATH:-$repo/sample}}
+cache=${CXVIEWER_CACHE:-${HOME:-/root}/.cache/cxviewer}
+force=${FORCE:-0}
+
+say() { printf 'prepare-data: %s\n' "$*"; }
+die() { printf 'prepare-data: error: %s\n' "$*" >&2; exit 1; }
+
+# up_to_date OUTPUT INPUT...: the output exists and is newer than every input.
+up_to_date() {
+  local out=$1; shift
+  [[ "$force" != 1 && -s "$out" ]] || return 1
+  local in
+  for in in "$@"; do
+    [[ "$out" -nt "$in" ]] || return 1
+  done
+}
+
+# --- 1. the package ----------------------------------------------------------
+mkdir -p "$cache"
+deb=$(ls -1 "$cache"/marble-qt-data_*.deb 2>/dev/null | tail -n 1 || true)
+if [[ -z "$deb" || "$force" == 1 ]]; then
+  say "downloading marble-qt-data into $cache"
+  download() {
+    # As root apt hands the download to its sandbox user, who may not write into
+    # the cache folder; the package is only unpacked, so download as ourselves.
+    (cd "$cache" && apt-get download -o APT::Sandbox::User="$(id -un)" marble-qt-data)
+  }
+  if ! download; then
+    # A fresh system has no package lists yet.
+    say "download failed; updating the package lists and trying again"
+    if [[ $(id -u) -eq 0 ]]; then apt-get update -qq; else sudo apt-get update -qq; fi
+    download || die "cannot download marble-qt-data"
+  fi
+  deb=$(ls -1 "$cache"/marble-qt-data_*.deb 2>/dev/null | tail -n 1 || true)
+  [[ -n "$deb" ]] || die "apt-get download left no marble-qt-data_*.deb in $cache"
+else
+  say "package present: $deb"
+fi
+
+# --- 2. unpack ---------------------------------------------------------------
+unpacked="$cache/marble-qt-data"
+maps="$unpacked/usr/share/marble/data/maps/earth"
+bluemarble="$maps/bluemarble/bluemarble.jpg"
+srtm="$maps/srtm2"
+srtm_west="$srtm/0/000000/000000_000000.png"
+srtm_east="$srtm/0/000000/000000_000001.png"
+stamp="$unpacked/.unpacked"
+if up_to_date "$stamp" "$deb" && [[ -f "$bluemarble" && -f "$srtm_west" && -f "$srtm_east" ]]; then
+  say "package unpacked: $unpacked"
+else
+  say "unpacking $(basename "$deb") into $unpacked"
+  rm -rf "$unpacked"
+  mkdir -p "$unpacked"
+  dpkg -x "$deb" "$unpacked"
+  for f in "$bluemarble" "$srtm_west" "$srtm_east"; do
+    [[ -f "$f" ]] || die "the package has no $f"
+  done
+  date > "$stamp"
+fi
+
+# --- 3. the tool -------------------------------------------------------------
+tiler="$build/apps/cxtiler/cxtiler"
+if [[ ! -f "$build/CMakeCache.txt" ]]; then
+  say "configuring $build"
+  generator=()
+  if command -v ninja >/dev/null; then generator=(-G Ninja); fi
+  launcher=()
+  if command -v ccache >/dev/null; then
+    launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+  fi
+  cmake -S "$repo" -B "$build" "${generator[@]}" "${launcher[@]}" -DCMAKE_BUILD_TYPE=Release \
+    -DCXVIEWER_BUILD_TESTS=OFF -DCXVIEWER_BUILD_BENCH=OFF >/dev/null
+fi
+# An up-to-date tool costs the build system a quick check only.
+say "building cxtiler in $build"
+if ! cmake --build "$build" --target cxtiler -j "${JOBS:-$(nproc)}" >/dev/null; then
+  [[ -x "$tiler" ]] || die "cannot build cxtiler (run: cmake --build $build --target cxtiler)"
+  say "warning: cannot rebuild cxtiler; using the existing $tiler"
+fi
+[[ -x "$tiler" ]] || die "no cxtiler at $tiler after the build"
+
+# --- 4. the data -------------------------------------------------------------
+image_db="$base/data/base/image.db"
+dem_db="$base/data/base/dem.db"
+earth="$base/myselftest/china-simple.earth"
+mkdir -p "$base/data/base" "$base/myselftest"
+
+if up_to_date "$image_db" "$bluemarble" "$tiler"; then
+  say "up to date: $image_db"
+else
+  say "making $image_db from $(basename "$bluemarble")"
+  "$tiler" image "$bluemarble" "$image_db" --name "Blue Marble" \
+    --description "NASA Blue Marble, spherical mercator" --attribution "NASA Blue Marble (marble-qt-data)"
+fi
+
+if up_to_date "$dem_db" "$srtm_west" "$srtm_east" "$tiler"; then
+  say "up to date: $dem_db"
+else
+  say "making $dem_db from the SRTM tiles"
+  "$tiler" elevation "$srtm_west" "$srtm_east" "$dem_db" --name "SRTM" \
+    --description "SRTM elevation, voids filled, Terrain-RGB" --attribution "SRTM (marble-qt-data)"
+fi
+
+if up_to_date "$earth" "$tiler"; then
+  say "up to date: $earth"
+else
+  say "writing $earth"
+  "$tiler" earth "$earth" --name china-simple
+fi
+
+say "sample data ready under $base"
