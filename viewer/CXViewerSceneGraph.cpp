@@ -2,6 +2,8 @@
 // put their nodes, with the render state of each.
 #include <viewer/CXViewer>
 
+#include <navigation/CXEarthManipulator>
+
 #include <osg/Material>
 #include <osg/Uniform>
 #include <osgGA/StateSetManipulator>
@@ -66,6 +68,10 @@ void CXViewer::InitSceneGraph()
     osg::StateSet* buildingState = building->getOrCreateStateSet();
     buildingState->setMode(GL_NORMALIZE, osg::StateAttribute::OVERRIDE);
     buildingState->setMode(GL_LIGHTING, osg::StateAttribute::OVERRIDE);
+
+    // The library's own manipulator; the map set-up replaces it by the
+    // globe's when the earth file loads, and it stays when that fails.
+    mainView->setCameraManipulator(new CXEarthManipulator, true);
 
     osg::Camera* camera = mainView->getCamera();
     mainView->addEventHandler(new osgViewer::StatsHandler);
