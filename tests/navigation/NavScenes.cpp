@@ -107,7 +107,7 @@ osg::ref_ptr<osg::CoordinateSystemNode> makeGlobeScene()
     csn->getOrCreateStateSet()->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
 
     const int tileDegrees = 10;
-    const int steps = 10; // one-degree cells inside a tile
+    const int steps = 5; // two-degree cells inside a tile
     for (int lat0 = -90; lat0 < 90; lat0 += tileDegrees)
     {
         for (int lon0 = -180; lon0 < 180; lon0 += tileDegrees)

@@ -18,10 +18,10 @@ osg::ref_ptr<osg::CoordinateSystemNode> makeFlatScene(double halfSize = 1000.0);
 /** Colour of the flat scene's texture at a point of the plane. */
 osg::Vec4ub flatSceneColour(double x, double y, double halfSize = 1000.0);
 
-/** The WGS84 ellipsoid as a mesh: tiles of 10 x 10 degrees, each with its
-  * vertices relative to a tile-centre transform, coloured in a checker of
-  * 10-degree cells (blue and green), under a coordinate system node that
-  * carries the WGS84 osg::EllipsoidModel. */
+/** The WGS84 ellipsoid as a mesh: tiles of 10 x 10 degrees in cells of two
+  * degrees, each tile with its vertices relative to a tile-centre transform,
+  * coloured as a checker of the tiles (blue and green), under a coordinate
+  * system node that carries the WGS84 osg::EllipsoidModel. */
 osg::ref_ptr<osg::CoordinateSystemNode> makeGlobeScene();
 
 /** World position of longitude/latitude (degrees) and height on WGS84. */

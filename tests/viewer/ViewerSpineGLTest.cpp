@@ -3,6 +3,7 @@
 #include "ViewerFixture.h"
 #include "../objects/CountingCommand.h"
 
+#include <navigation/CXEarthManipulator>
 #include <objects/CmdProcessEventHandler>
 
 #include <osg/Uniform>
@@ -143,6 +144,14 @@ TEST_F(ViewerSpine, HandlersInOrder)
     EXPECT_EQ(stateSetManipulator->getStateSet(), viewer->getViewer()->getCamera()->getStateSet());
     ++it;
     EXPECT_EQ(it->get(), OBJManage::CmdProcessEventHandler::instance(false));
+}
+
+TEST_F(ViewerSpine, TheSceneGraphSetUpInstallsTheEarthManipulator)
+{
+    auto* manipulator = dynamic_cast<CXEarthManipulator*>(viewer->getViewer()->getCameraManipulator());
+    ASSERT_NE(manipulator, nullptr);
+    EXPECT_STREQ(manipulator->className(), "CXEarthManipulator");
+    EXPECT_EQ(manipulator->getNode(), viewer->getScene());
 }
 
 TEST_F(ViewerSpine, CameraSettings)
