@@ -2,6 +2,7 @@
 // put their nodes, with the render state of each.
 #include <viewer/CXViewer>
 
+#include <globe/Style>
 #include <navigation/CXEarthManipulator>
 
 #include <osg/Material>
@@ -34,6 +35,11 @@ void CXViewer::InitSceneGraph()
 
     building = new osg::Group;
     root->addChild(building.get());
+
+    // A style with an empty name that nothing uses; it only lives for the
+    // length of the set-up.
+    const globe::Style unusedStyle("");
+    static_cast<void>(unusedStyle);
 
     // Oblique models draw before the default bin, buildings after it.
     OSGBData = new osg::MatrixTransform;
