@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Sets up and runs the whole test suite:
 #   1. installs the Debian packages (scripts/install-deps.sh --tests),
-#   2. builds everything in build/ and runs every CTest test (unit, rendering
-#      on a private Xvfb, the install check),
+#   2. builds everything in build/, prepares the real sample data under sample/
+#      (scripts/prepare-data.sh: the map rendering tests draw them) and runs
+#      every CTest test (unit, rendering on a private Xvfb, the install check),
 #   3. builds again with AddressSanitizer + UndefinedBehaviorSanitizer in
 #      build-asan/ and runs the non-GL tests there,
 #   4. builds with ThreadSanitizer in build-tsan/ and runs the tests that
@@ -28,8 +29,10 @@ step() { printf '\n==== %s ====\n' "$*"; }
 
 step "build (RelWithDebInfo)"
 configure_and_build build all -DCMAKE_BUILD_TYPE=RelWithDebInfo
+step "sample data"
+scripts/prepare-data.sh "$root/build" "$root/sample"
 step "tests"
-(cd build && ctest -j "$jobs" --output-on-failure --timeout 600)
+(cd build && CXVIEWER_SAMPLE_DIR="$root/sample" ctest -j "$jobs" --output-on-failure --timeout 600)
 
 if [[ "${SKIP_SANITIZERS:-0}" == 1 ]]; then exit 0; fi
 
