@@ -44,10 +44,14 @@ std::shared_ptr<const HeightTile> toHeightTile(const osg::HeightField& field)
     tile->width = width;
     tile->height = height;
     tile->h.resize(static_cast<std::size_t>(width) * height);
+    const osg::HeightField::HeightList& heights = field.getHeightList();
     for (int row = 0; row < height; ++row)
-        for (int col = 0; col < width; ++col)
-            tile->h[static_cast<std::size_t>(row) * width + col] =
-                field.getHeight(static_cast<unsigned int>(col), static_cast<unsigned int>(height - 1 - row));
+    {
+        const std::size_t from = static_cast<std::size_t>(height - 1 - row) * width;
+        std::copy(heights.begin() + static_cast<std::ptrdiff_t>(from),
+                  heights.begin() + static_cast<std::ptrdiff_t>(from + width),
+                  tile->h.begin() + static_cast<std::ptrdiff_t>(row) * width);
+    }
     return tile;
 }
 

@@ -314,6 +314,10 @@ osg::ref_ptr<osg::Image> ImageLayer::createImage(const TileKey& key, unsigned in
     image->allocateImage(W, H, 1, GL_RGBA, GL_UNSIGNED_BYTE);
     image->setInternalTextureFormat(GL_RGBA8);
     unsigned int alphaSeen = 0;
+    // Two passes per output row: the two mosaic rows blended vertically into
+    // a 16-bit row (contiguous, so the compiler vectorizes it), then each
+    // output pixel blended horizontally from that row.
+    std::vector<std::uint16_t> blended(static_cast<std::size_t>(mw * 4));
     for (int j = 0; j < H; ++j)
     {
         std::uint8_t* out = image->data(0, static_cast<unsigned int>(j));
@@ -329,26 +333,27 @@ osg::ref_ptr<osg::Image> ImageLayer::createImage(const TileKey& key, unsigned in
         const unsigned int wy = static_cast<unsigned int>(std::lround(std::clamp(local - f, 0.0, 1.0) * 256.0));
         const std::uint8_t* r0 = &mosaic[static_cast<std::size_t>(y0 * mw * 4)];
         const std::uint8_t* r1 = &mosaic[static_cast<std::size_t>(y1 * mw * 4)];
+        const std::size_t count = static_cast<std::size_t>(mw * 4);
+        std::uint16_t* b = blended.data();
+        for (std::size_t k = 0; k < count; ++k)
+            b[k] = static_cast<std::uint16_t>(r0[k] * (256u - wy) + r1[k] * wy);
+
         for (int i = 0; i < W; ++i, out += 4)
         {
-            const std::uint8_t* a = r0 + x0[i] * 4;
-            const std::uint8_t* b = r0 + x1[i] * 4;
-            const std::uint8_t* c = r1 + x0[i] * 4;
-            const std::uint8_t* d = r1 + x1[i] * 4;
+            const std::uint16_t* left = b + x0[i] * 4;
+            const std::uint16_t* right = b + x1[i] * 4;
             const unsigned int wxi = wx[i];
             for (int k = 0; k < 4; ++k)
-            {
-                const unsigned int top = a[k] * (256u - wxi) + b[k] * wxi;
-                const unsigned int bottom = c[k] * (256u - wxi) + d[k] * wxi;
-                out[k] = static_cast<std::uint8_t>((top * (256u - wy) + bottom * wy + 32768u) >> 16);
-            }
+                out[k] = static_cast<std::uint8_t>((left[k] * (256u - wxi) + right[k] * wxi + 32768u) >> 16);
             const unsigned int alpha = out[3];
             alphaSeen |= alpha;
+            if (alpha == 255)
+                continue;
             if (alpha == 0)
             {
                 out[0] = out[1] = out[2] = 0;
             }
-            else if (alpha < 255)
+            else
             {
                 for (int k = 0; k < 3; ++k)
                     out[k] = static_cast<std::uint8_t>(std::min(255u, (out[k] * 255u + alpha / 2) / alpha));

@@ -107,6 +107,73 @@ std::string sniffExtension(const std::string& bytes)
     return std::string();
 }
 
+// CRC-32 (the PNG / zlib polynomial), eight bytes per step.
+class Crc32
+{
+public:
+    Crc32()
+    {
+        for (std::uint32_t i = 0; i < 256; ++i)
+        {
+            std::uint32_t c = i;
+            for (int k = 0; k < 8; ++k)
+                c = (c & 1u) ? 0xEDB88320u ^ (c >> 1) : c >> 1;
+            _table[0][i] = c;
+        }
+        for (int t = 1; t < 8; ++t)
+            for (std::uint32_t i = 0; i < 256; ++i)
+                _table[t][i] = (_table[t - 1][i] >> 8) ^ _table[0][_table[t - 1][i] & 0xFFu];
+    }
+
+    std::uint32_t operator()(const unsigned char* p, std::size_t n) const
+    {
+        std::uint32_t c = 0xFFFFFFFFu;
+        while (n >= 8)
+        {
+            const std::uint32_t lo = c ^ (std::uint32_t(p[0]) | std::uint32_t(p[1]) << 8 | std::uint32_t(p[2]) << 16 | std::uint32_t(p[3]) << 24);
+            c = _table[7][lo & 0xFFu] ^ _table[6][(lo >> 8) & 0xFFu] ^ _table[5][(lo >> 16) & 0xFFu] ^ _table[4][lo >> 24]
+                ^ _table[3][p[4]] ^ _table[2][p[5]] ^ _table[1][p[6]] ^ _table[0][p[7]];
+            p += 8;
+            n -= 8;
+        }
+        while (n--)
+            c = _table[0][(c ^ *p++) & 0xFFu] ^ (c >> 8);
+        return c ^ 0xFFFFFFFFu;
+    }
+
+private:
+    std::uint32_t _table[8][256];
+};
+
+std::uint32_t bigEndian32(const unsigned char* p)
+{
+    return std::uint32_t(p[0]) << 24 | std::uint32_t(p[1]) << 16 | std::uint32_t(p[2]) << 8 | std::uint32_t(p[3]);
+}
+
+// True when a PNG stream is whole: every chunk complete with a matching CRC,
+// up to IEND. OpenSceneGraph's PNG reader leaks its row buffers when libpng
+// gives up half-way, so broken tiles are refused before they reach it.
+bool pngIsIntact(const std::string& bytes)
+{
+    static const Crc32 crc;
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.data());
+    const std::size_t size = bytes.size();
+    std::size_t at = 8;
+    while (at + 12 <= size)
+    {
+        const std::uint32_t length = bigEndian32(p + at);
+        if (length > size - at - 12)
+            return false;
+        const unsigned char* type = p + at + 4;
+        if (crc(type, 4 + std::size_t(length)) != bigEndian32(type + 4 + length))
+            return false;
+        if (std::memcmp(type, "IEND", 4) == 0)
+            return true;
+        at += 12 + std::size_t(length);
+    }
+    return false;
+}
+
 bool looksCompressed(const std::string& bytes)
 {
     if (bytes.size() < 2)
@@ -595,7 +662,7 @@ osg::ref_ptr<osg::Image> MBTilesSource::decodeImage(const std::string& bytes, co
     std::string extension = sniffExtension(bytes);
     if (extension.empty())
         extension = extensionFor(format);
-    if (extension.empty())
+    if (extension.empty() || (extension == "png" && !pngIsIntact(bytes)))
         return nullptr;
     try
     {
@@ -642,87 +709,85 @@ osg::ref_ptr<osg::HeightField> MBTilesSource::decodeHeights(const osg::Image& im
     field->setOrigin(osg::Vec3(0.0f, 0.0f, 0.0f));
     field->setXInterval(1.0f);
     field->setYInterval(1.0f);
+    osg::HeightField::HeightList& heights = field->getHeightList();
 
+    const std::size_t pixelBytes = image.getPixelSizeInBits() / 8;
+    const bool bytes = type == GL_UNSIGNED_BYTE;
+    const unsigned int r = bgr ? 2 : 0;
+    const unsigned int b = bgr ? 0 : 2;
     for (int row = 0; row < height; ++row)
     {
         const int imageRow = topDown ? height - 1 - row : row;
-        for (int col = 0; col < width; ++col)
+        const unsigned char* p = image.data(0, static_cast<unsigned int>(imageRow));
+        float* out = &heights[static_cast<std::size_t>(row) * width];
+        if (channels >= 3)
         {
-            const unsigned char* p = image.data(static_cast<unsigned int>(col), static_cast<unsigned int>(imageRow));
-            float h = NO_DATA_VALUE;
-            if (channels >= 3)
+            // Eight bits per channel (16-bit tiles keep their high bytes).
+            auto channel = [&](const unsigned char* px, unsigned int k) -> unsigned int {
+                if (bytes)
+                    return px[k];
+                std::uint16_t v;
+                std::memcpy(&v, px + 2 * k, 2);
+                return v >> 8;
+            };
+            for (int col = 0; col < width; ++col, p += pixelBytes)
             {
-                unsigned int c[4] = {0, 0, 0, 255};
-                for (unsigned int k = 0; k < channels; ++k)
+                if (hasAlpha && channel(p, 3) == 0)
                 {
-                    if (type == GL_UNSIGNED_BYTE)
-                        c[k] = p[k];
-                    else
-                    {
-                        std::uint16_t v;
-                        std::memcpy(&v, p + 2 * k, 2);
-                        c[k] = v >> 8;
-                    }
+                    out[col] = NO_DATA_VALUE;
+                    continue;
                 }
-                if (bgr)
-                    std::swap(c[0], c[2]);
-                if (!hasAlpha || c[3] != 0)
-                {
-                    if (encoding == ElevationEncoding::TERRARIUM)
-                        h = static_cast<float>(c[0] * 256.0 + c[1] + c[2] / 256.0 - 32768.0);
-                    else
-                        h = static_cast<float>(-10000.0 + (c[0] * 65536.0 + c[1] * 256.0 + c[2]) * 0.1);
-                }
+                const unsigned int R = channel(p, r), G = channel(p, 1), B = channel(p, b);
+                out[col] = encoding == ElevationEncoding::TERRARIUM
+                               ? static_cast<float>(R * 256.0 + G + B / 256.0 - 32768.0)
+                               : static_cast<float>(-10000.0 + static_cast<double>(R * 65536u + G * 256u + B) * 0.1);
             }
-            else
+            continue;
+        }
+        for (int col = 0; col < width; ++col, p += pixelBytes)
+        {
+            bool valid = true;
+            double v = 0.0;
+            switch (type)
             {
-                bool valid = true;
-                double v = 0.0;
-                switch (type)
+            case GL_UNSIGNED_BYTE:
+                v = p[0];
+                valid = !(channels == 2 && p[1] == 0);
+                break;
+            case GL_UNSIGNED_SHORT:
+            case GL_SHORT:
+            {
+                // 16-bit heights are signed; -32768 marks a void.
+                std::int16_t s16;
+                std::memcpy(&s16, p, 2);
+                v = s16;
+                valid = s16 != -32768;
+                if (channels == 2)
                 {
-                case GL_UNSIGNED_BYTE:
-                    v = p[0];
-                    valid = !(channels == 2 && p[1] == 0);
-                    break;
-                case GL_UNSIGNED_SHORT:
-                case GL_SHORT:
-                {
-                    std::int16_t s;
-                    std::memcpy(&s, p, 2);
-                    v = s;
-                    valid = s != -32768;
-                    if (channels == 2)
-                    {
-                        std::uint16_t a;
-                        std::memcpy(&a, p + 2, 2);
-                        valid = valid && a != 0;
-                    }
-                    break;
+                    std::uint16_t a;
+                    std::memcpy(&a, p + 2, 2);
+                    valid = valid && a != 0;
                 }
-                case GL_FLOAT:
-                {
-                    float f;
-                    std::memcpy(&f, p, 4);
-                    v = f;
-                    valid = std::isfinite(f) && f > -1.0e30f;
-                    break;
-                }
-                case GL_INT:
-                case GL_UNSIGNED_INT:
-                {
-                    std::int32_t i;
-                    std::memcpy(&i, p, 4);
-                    v = i;
-                    valid = i != INT32_MIN;
-                    break;
-                }
-                default:
-                    valid = false;
-                }
-                if (valid)
-                    h = static_cast<float>(v);
+                break;
             }
-            field->setHeight(static_cast<unsigned int>(col), static_cast<unsigned int>(row), h);
+            case GL_FLOAT:
+            {
+                float f;
+                std::memcpy(&f, p, 4);
+                v = f;
+                valid = std::isfinite(f) && f > -1.0e30f;
+                break;
+            }
+            default: // GL_INT, GL_UNSIGNED_INT
+            {
+                std::int32_t i32;
+                std::memcpy(&i32, p, 4);
+                v = i32;
+                valid = i32 != INT32_MIN;
+                break;
+            }
+            }
+            out[col] = valid ? static_cast<float>(v) : NO_DATA_VALUE;
         }
     }
     return field;

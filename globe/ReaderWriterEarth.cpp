@@ -14,7 +14,8 @@
 //   </map>
 //
 // Element and attribute names are read in any case; elements this reader does
-// not know are ignored. Paths are relative to the earth file and UTF-8. A
+// not know are ignored. A layer with another driver is kept in the map but has
+// no data (its status message names the driver). Paths are relative to the earth file and UTF-8. A
 // missing file, malformed XML, a root that is not <map>, or a map type other
 // than geocentric gives no node.
 

@@ -180,14 +180,19 @@ TEST(EarthFile, LayersWithMissingFilesAreStillInserted)
                                  "<map type='geocentric' version='2'>"
                                  "<image name='a' driver='mbtiles'><url>nowhere/image.db</url></image>"
                                  "<elevation name='b' driver='mbtiles'><filename>nowhere/dem.db</filename></elevation>"
+                                 "<image name='c' driver='gdal'><url>world.tif</url></image>"
                                  "</map>");
     osg::ref_ptr<MapNode> node = readMap(earth);
     ASSERT_TRUE(node);
-    ASSERT_EQ(node->getMap()->getNumLayers(), 2u);
+    ASSERT_EQ(node->getMap()->getNumLayers(), 3u);
     auto* image = dynamic_cast<ImageLayer*>(node->getMap()->getLayerAt(0).get());
     ASSERT_TRUE(image);
     EXPECT_FALSE(image->createImage(TileKey(0, 0, 0)));
     EXPECT_FALSE(image->getStatusMessage().empty());
+    auto* other = dynamic_cast<ImageLayer*>(node->getMap()->getLayerAt(2).get());
+    ASSERT_TRUE(other);
+    EXPECT_FALSE(other->createImage(TileKey(0, 0, 0)));
+    EXPECT_NE(other->getStatusMessage().find("gdal"), std::string::npos) << other->getStatusMessage();
 }
 
 TEST(EarthFile, LayerOptionsFromElementsAndAttributes)

@@ -54,7 +54,7 @@ TEST(GlobeThreads, TwoThreadsTransformAtOnce)
 
     std::atomic<int> mismatches{0};
     auto worker = [&](int id) {
-        for (int round = 0; round < 40; ++round)
+        for (int round = 0; round < 24; ++round)
         {
             std::vector<osg::Vec3d> world = projectedPoints();
             if (!gk->transform(world, ecef))

@@ -282,9 +282,16 @@ TEST(MBTilesSource, CorruptBlobGivesNoImage)
         file.tile(1, 1, 0, std::string(500, '\x42'));         // not an image at all
         file.tile(1, 0, 1, "");                               // empty blob
         file.tile(1, 1, 1, good);
+        std::string flipped = good; // damaged in the middle of the pixel data
+        for (std::size_t i = good.size() / 2; i < good.size() / 2 + 8; ++i)
+            flipped[i] = static_cast<char>(flipped[i] ^ 0x5A);
+        file.tile(2, 0, 0, flipped);
+        file.tile(2, 1, 0, good);
     }
     osg::ref_ptr<MBTilesSource> source = openSource(path);
     ASSERT_TRUE(source->isOpen());
+    EXPECT_FALSE(source->readImage(2, 0, 0));
+    EXPECT_TRUE(source->readImage(2, 1, 0));
     EXPECT_FALSE(source->readImage(1, 0, 0));
     EXPECT_FALSE(source->readImage(1, 1, 0));
     EXPECT_FALSE(source->readImage(1, 0, 1));
