@@ -178,22 +178,29 @@ TEST(ManipulatorInput, AHeldArrowKeyPansAtOneUnitPerSecondUntilKeyUp)
     EXPECT_EQ(b.m->_center, stopped);
 }
 
-TEST(ManipulatorInput, ASingleDragAfterAPushHasNoPreviousEventAndMovesNothing)
+TEST(ManipulatorInput, ADragWithNoPreviousEventOnTheStackMovesNothing)
 {
+    // The push is stacked, so the first drag after it has the push as its
+    // previous event (see APushThenADragPans). A drag after the stack was
+    // flushed, here by a key pressed during the drag, has none.
     Bound b;
     const double t = now();
     EXPECT_TRUE(b.send(mouseEvent(GUIEventAdapter::PUSH, 100, 100, 1, t, 1)));
     EXPECT_EQ(b.m->_mouseDownEvent.get(), b.m->_lastEvent.get());
+    EXPECT_FALSE(b.m->_previousEvent.valid());
+    b.send(navtest::keyEvent(GUIEventAdapter::KEYDOWN, 'q'));
+    EXPECT_FALSE(b.m->_lastEvent.valid());
     b.aa.clear();
-    // The push was flushed by its own resetMouse before being stacked: the
-    // first drag finds only itself... and the push.
     const osg::Vec3d before = b.m->_center;
-    b.m->flushMouseEventStack();
     EXPECT_TRUE(b.send(mouseEvent(GUIEventAdapter::DRAG, 150, 100, 1, t + 0.1)));
     EXPECT_FALSE(b.m->_previousEvent.valid());
     EXPECT_FALSE(b.m->handleMouseAction(b.m->_lastAction, b.view.get()));
     EXPECT_EQ(b.aa.redraws, 0);
     EXPECT_EQ(b.m->_center, before);
+    // The next drag has a previous event again and moves.
+    EXPECT_TRUE(b.send(mouseEvent(GUIEventAdapter::DRAG, 170, 100, 1, t + 0.2)));
+    EXPECT_EQ(b.aa.redraws, 1);
+    EXPECT_NE(b.m->_center, before);
 }
 
 TEST(ManipulatorInput, APushThenADragPans)

@@ -169,6 +169,30 @@ TEST(ManipulatorViewpoint, HeadingFrom170ToMinus170GoesThrough180)
     EXPECT_FALSE(m->_settingViewpoint);
 }
 
+TEST(ManipulatorViewpoint, OnAnEllipsoidSceneTheWorldXOfAFlightIsWrappedLikeALongitude)
+{
+    // The plain manipulator interpolates world coordinates, and on a scene
+    // with an ellipsoid still wraps x into (-180, 180]: a flight from x = 0
+    // to x = 500 ends at x = 140. (The globe's manipulator interpolates real
+    // longitudes, where the wrap is the short way round.)
+    osg::ref_ptr<osg::CoordinateSystemNode> csn = new osg::CoordinateSystemNode;
+    csn->setEllipsoidModel(new osg::EllipsoidModel);
+    osg::ref_ptr<M> m = new M;
+    m->setNode(csn.get());
+    ASSERT_TRUE(m->_isGeocentric);
+    m->setViewpoint(CXViewport(osg::Vec3d(0, 0, 0), 0.0, -45.0, 100.0), 0.0);
+    m->setViewpoint(CXViewport(osg::Vec3d(500, 0, 0), 0.0, -45.0, 100.0), 1.0);
+    EXPECT_NEAR(m->_deltaFocalPoint.x(), 140.0, 1e-9);
+    EXPECT_NEAR(stepAt(*m, 1.0).getFocalPoint().x(), 140.0, 1e-9);
+
+    // Without an ellipsoid there is no wrap.
+    osg::ref_ptr<osg::Group> flat;
+    osg::ref_ptr<M> f = boundManipulator(flat);
+    f->setViewpoint(CXViewport(osg::Vec3d(0, 0, 0), 0.0, -45.0, 100.0), 0.0);
+    f->setViewpoint(CXViewport(osg::Vec3d(500, 0, 0), 0.0, -45.0, 100.0), 1.0);
+    EXPECT_NEAR(f->_deltaFocalPoint.x(), 500.0, 1e-9);
+}
+
 TEST(ManipulatorViewpoint, ArcsCanBeSwitchedOffAtAnyDistance)
 {
     osg::ref_ptr<osg::Group> scene;
