@@ -39,9 +39,14 @@ public:
         TerrainTileBuilder::Request request;
         if (!TerrainTileBuilder::parseFileName(osgDB::getSimpleFileName(fileName), request))
             return ReadResult("not a terrain tile name: " + fileName);
-        osg::ref_ptr<TerrainTileBuilder> builder = TerrainTileBuilder::fromOptions(options);
+        bool retired = false;
+        osg::ref_ptr<TerrainTileBuilder> builder = TerrainTileBuilder::fromOptions(options, &retired);
+        // A request still queued when its terrain was rebuilt: its tree has
+        // left the scene, so an empty answer ends it quietly.
+        if (retired)
+            return new osg::Group;
         if (!builder || builder->getSerial() != request.builder)
-            return ReadResult("the terrain of " + fileName + " is gone");
+            return ReadResult("no terrain reads " + fileName);
         osg::ref_ptr<osg::Node> node = builder->read(request);
         if (!node)
             return ReadResult("no terrain tiles for " + fileName);

@@ -41,7 +41,22 @@ inline osg::Vec3d upVector(double lonRad, double latRad)
     return osg::Vec3d(c * std::cos(lonRad), c * std::sin(lonRad), std::sin(latRad));
 }
 
+// Coarse tiles get more grid points than the setting asks for: flat
+// triangles spanning many degrees would sag far below the ellipsoid (30 km
+// for 11 degrees). Cells of at most 180 / 128 degrees keep the sag under a
+// kilometre (at a cell's middle); from level 3 on the usual grid is that fine
+// already.
+constexpr double kMaxCellDegrees = 180.0 / 128.0;
+
 } // namespace
+
+unsigned int TerrainTileBuilder::gridPointsFor(const TileKey& key) const
+{
+    unsigned int cells = std::clamp(_settings.tileGridSize, 2u, 129u) - 1;
+    while (cells < 128 && key.getWidthDegrees() / cells > kMaxCellDegrees)
+        cells *= 2;
+    return std::min(cells, 128u) + 1;
+}
 
 bool TerrainSettings::operator==(const TerrainSettings& rhs) const
 {
@@ -71,8 +86,10 @@ TerrainTileBuilder::TerrainTileBuilder(const Map* map, const osg::EllipsoidModel
 
 TerrainTileBuilder::~TerrainTileBuilder() = default;
 
-osg::ref_ptr<TerrainTileBuilder> TerrainTileBuilder::fromOptions(const osgDB::Options* options)
+osg::ref_ptr<TerrainTileBuilder> TerrainTileBuilder::fromOptions(const osgDB::Options* options, bool* retired)
 {
+    if (retired)
+        *retired = false;
     if (!options)
         return nullptr;
     const auto* link = dynamic_cast<const BuilderLink*>(options->getUserData());
@@ -80,7 +97,11 @@ osg::ref_ptr<TerrainTileBuilder> TerrainTileBuilder::fromOptions(const osgDB::Op
         return nullptr;
     osg::ref_ptr<const TerrainTileBuilder> builder;
     if (!link->builder.lock(builder))
+    {
+        if (retired)
+            *retired = true;
         return nullptr;
+    }
     return const_cast<TerrainTileBuilder*>(builder.get());
 }
 
@@ -135,8 +156,10 @@ bool TerrainTileBuilder::parseFileName(const std::string& fileName, Request& out
 
 osg::ref_ptr<osg::Node> TerrainTileBuilder::read(const Request& request) const
 {
-    if (isCancelled() || request.builder != _serial)
+    if (request.builder != _serial)
         return nullptr;
+    if (isCancelled())
+        return new osg::Group;
     if (request.roots)
         return createRootTiles();
     return createChildTiles(request.parent);
@@ -263,7 +286,7 @@ osg::ref_ptr<osg::MatrixTransform> TerrainTileBuilder::createTileModel(const Til
 {
     if (!key.valid())
         return nullptr;
-    const unsigned int n = std::clamp(_settings.tileGridSize, 2u, 129u);
+    const unsigned int n = gridPointsFor(key);
     const unsigned int count = n * n;
     const double west = key.west();
     const double south = key.south();
@@ -414,6 +437,10 @@ osg::ref_ptr<osg::MatrixTransform> TerrainTileBuilder::createTileModel(const Til
     texture->setResizeNonPowerOfTwoHint(false);
     // The pixels stay on the GPU only.
     texture->setUnRefImageDataAfterApply(true);
+    // Where a tile's columns meet at a pole, plain mipmapping would take the
+    // coarsest level (the whole tile's average) around the pole.
+    if (key.north() >= 90.0 || key.south() <= -90.0)
+        texture->setMaxAnisotropy(16.0f);
     geometry->getOrCreateStateSet()->setTextureAttributeAndModes(0, texture.get(), osg::StateAttribute::ON);
 
     osg::ref_ptr<osg::MatrixTransform> transform = new osg::MatrixTransform(osg::Matrixd::translate(center));

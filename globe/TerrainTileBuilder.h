@@ -60,8 +60,10 @@ public:
     TerrainTileBuilder(const Map* map, const osg::EllipsoidModel* ellipsoid, const TerrainSettings& settings);
 
     /** The builder that made `options` (the database options of its paged
-      * nodes), when it still exists. */
-    static osg::ref_ptr<TerrainTileBuilder> fromOptions(const osgDB::Options* options);
+      * nodes), when it still exists. `retired` tells whether the options
+      * came from a builder that is gone (its terrain was rebuilt or
+      * destroyed), as opposed to options that never had one. */
+    static osg::ref_ptr<TerrainTileBuilder> fromOptions(const osgDB::Options* options, bool* retired = nullptr);
 
     /** The extension of the pseudo files: "globe_terrain". */
     static const char* extension();
@@ -85,8 +87,9 @@ public:
     /** The four children of `parent` (north-west, north-east, south-west,
       * south-east); null past the deepest level or for an invalid key. */
     osg::ref_ptr<osg::Group> createChildTiles(const TileKey& parent) const;
-    /** What the request names; null when it is not this builder's or the
-      * builder was cancelled. */
+    /** What the request names: null when it is not this builder's, an
+      * empty group when the builder was cancelled (the request belongs to a
+      * tree that left the scene). */
     osg::ref_ptr<osg::Node> read(const Request& request) const;
 
     /** One tile as the quadtree holds it: a paged LOD whose first child is
@@ -111,6 +114,10 @@ public:
     /** The tile's imagery: the image layers composited in map order over the
       * base colour; RGB, row 0 at the south. */
     osg::ref_ptr<osg::Image> createImage(const TileKey& key) const;
+
+    /** Grid points along each side of `key`'s tile: the setting's, more for
+      * tiles so large that the grid would sag under the ellipsoid. */
+    unsigned int gridPointsFor(const TileKey& key) const;
 
     /** The pseudo-file name of the two root tiles and of a tile's children. */
     std::string rootFileName() const;
