@@ -1,0 +1,151 @@
+// The paged terrain drawn on a real X11 window (Mesa llvmpipe on Xvfb): a
+// small map made by the test, one colour of imagery over steep, rolling
+// ground, so that a missing tile, a hole or a seam along a tile's texture
+// edge shows as a pixel of another colour; and the ice cap at the pole.
+// (That skirts cover the gaps between levels is measured on the geometry in
+// TerrainEngineTest.)
+#include "MBTilesTestFiles.h"
+#include "TempDir.h"
+#include "ViewerFixture.h"
+
+#include <globe/EarthManipulator>
+#include <globe/MapNode>
+#include <globe/TerrainEngine>
+
+#include <chrono>
+#include <cmath>
+
+using cxtest::ViewerFixture;
+
+namespace
+{
+
+constexpr unsigned char kGreen[3] = {40, 160, 60};
+
+double seconds(std::chrono::steady_clock::time_point since)
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
+}
+
+bool isGreen(const osg::Vec4ub& p)
+{
+    return std::abs(p.r() - kGreen[0]) <= 12 && std::abs(p.g() - kGreen[1]) <= 12 && std::abs(p.b() - kGreen[2]) <= 12;
+}
+
+} // namespace
+
+/** A viewer on a map below a temporary base path: green imagery down to
+  * level 2 (PNG, so the colour is exact) and Terrain-RGB hills of +-3 km
+  * every few tens of kilometres down to level 5. */
+class TerrainDrawing : public ViewerFixture
+{
+protected:
+    TerrainDrawing()
+    {
+        windowWidth = 400;
+        windowHeight = 300;
+        basePath = dir.path().string();
+        dir.write("myselftest/china-simple.earth", "<map name=\"test\" type=\"geocentric\" version=\"2\"/>");
+        std::filesystem::create_directories(dir.path() / "data/base");
+        {
+            cxtest::MBTilesFile image((dir.path() / "data/base/image.db").string());
+            const std::string green = cxtest::encode(*cxtest::solidImage(256, kGreen[0], kGreen[1], kGreen[2]), "png");
+            for (int z = 0; z <= 2; ++z)
+                for (int x = 0; x < (1 << z); ++x)
+                    for (int y = 0; y < (1 << z); ++y)
+                        image.tile(z, x, y, green);
+        }
+        {
+            cxtest::MBTilesFile dem((dir.path() / "data/base/dem.db").string());
+            for (int z = 0; z <= 5; ++z)
+            {
+                for (int x = 0; x < (1 << z); ++x)
+                {
+                    for (int y = 0; y < (1 << z); ++y)
+                    {
+                        const double size = 64.0 * (1 << z);
+                        dem.tile(z, x, y, cxtest::terrainRGBTile(64, [&](int c, int r) {
+                            const double u = (x * 64 + c + 0.5) / size, v = (y * 64 + r + 0.5) / size;
+                            return 3000.0 * std::sin(u * 2600.0) * std::cos(v * 2300.0);
+                        }));
+                    }
+                }
+            }
+        }
+    }
+
+    globe::EarthManipulator* manipulator() const
+    {
+        return dynamic_cast<globe::EarthManipulator*>(viewer->getViewer()->getCameraManipulator());
+    }
+
+    bool settle(double limit = 120.0)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        osgDB::DatabasePager* pager = viewer->getViewer()->getDatabasePager();
+        int idle = 0;
+        while (idle < 5 && seconds(start) < limit)
+        {
+            frames(1);
+            idle = (!manipulator()->isSettingViewpoint() && !pager->getRequestsInProgress()) ? idle + 1 : 0;
+        }
+        return idle >= 5;
+    }
+
+    /** Pixels of the frame inside the rectangle (fractions of the window,
+      * from the top-left corner) that are not green. */
+    int countOffColour(const osg::Image& frame, double x0, double y0, double x1, double y1) const
+    {
+        int off = 0;
+        for (int y = static_cast<int>(y0 * frame.t()); y < static_cast<int>(y1 * frame.t()); ++y)
+            for (int x = static_cast<int>(x0 * frame.s()); x < static_cast<int>(x1 * frame.s()); ++x)
+                off += isGreen(cxtest::pixelAt(frame, x, y)) ? 0 : 1;
+        return off;
+    }
+
+    cxtest::TempDir dir;
+};
+
+TEST_F(TerrainDrawing, GlobeFromSpaceIsOneColourWithoutSeamsOrHoles)
+{
+    ASSERT_NE(manipulator(), nullptr) << "the test map did not load";
+    ASSERT_TRUE(settle());
+    osg::ref_ptr<osg::Image> frame = grabFrame();
+    cxtest::saveScreenshot(*frame, "terrain_from_space");
+    // The middle of the disc (the globe is about 0.9 of the window high).
+    EXPECT_EQ(countOffColour(*frame, 0.35, 0.25, 0.65, 0.75), 0);
+    EXPECT_GT(viewer->mapNode->getTerrainEngine()->getNumTilesBuilt(), 6u);
+}
+
+TEST_F(TerrainDrawing, SteepHillsSeenObliquelyShowNoSeamsOrHoles)
+{
+    ASSERT_TRUE(settle());
+    for (const auto& [lon, lat, pitch, range] :
+         {std::tuple{95.0, 30.0, -35.0, 60000.0}, {10.0, 47.0, -60.0, 150000.0}, {-70.0, -20.0, -25.0, 80000.0}})
+    {
+        manipulator()->setViewpoint(manipulator()->createViewpoint(lon, lat, 0.0, 30.0, pitch, range), 0.0);
+        ASSERT_TRUE(settle());
+        osg::ref_ptr<osg::Image> frame = grabFrame();
+        cxtest::saveScreenshot(*frame, "terrain_hills_" + std::to_string(static_cast<int>(lon)));
+        // The lower half of the window is ground: all of it green.
+        EXPECT_EQ(countOffColour(*frame, 0.0, 0.55, 1.0, 1.0), 0) << lon << ", " << lat;
+    }
+}
+
+TEST_F(TerrainDrawing, NorthPoleShowsTheIceCapRingedByImagery)
+{
+    ASSERT_TRUE(settle());
+    manipulator()->setViewpoint(manipulator()->createViewpoint(0.0, 89.99, 0.0, 0.0, -90.0, 3.0e6), 0.0);
+    ASSERT_TRUE(settle());
+    osg::ref_ptr<osg::Image> frame = grabFrame();
+    cxtest::saveScreenshot(*frame, "terrain_north_pole");
+    // Beyond 85.05 degrees the imagery ends: ice, bright and a little blue.
+    const osg::Vec4ub pole = cxtest::pixelAt(*frame, windowWidth / 2, windowHeight / 2);
+    EXPECT_GT(pole.r(), 200);
+    EXPECT_GT(pole.b(), 200);
+    EXPECT_GE(pole.b(), pole.r());
+    // From 3,000 km the window reaches about 800 km from the pole; 85.05 N
+    // lies 550 km from it, so the window's edges show imagery.
+    EXPECT_TRUE(isGreen(cxtest::pixelAt(*frame, 2, windowHeight / 2)));
+    EXPECT_TRUE(isGreen(cxtest::pixelAt(*frame, windowWidth / 2, 2)));
+}
