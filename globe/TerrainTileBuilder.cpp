@@ -237,18 +237,14 @@ osg::ref_ptr<osg::Image> TerrainTileBuilder::createImage(const TileKey& key) con
     image->allocateImage(size, size, 1, GL_RGB, GL_UNSIGNED_BYTE, 1);
     image->setInternalTextureFormat(GL_RGB8);
 
-    // The base colour, row by row (it changes with latitude only).
+    // The base colour changes with latitude only: one per row.
+    std::vector<unsigned char> base(static_cast<std::size_t>(size) * 3);
     for (int j = 0; j < size; ++j)
-    {
-        const double lat = key.south() + (j + 0.5) * key.getHeightDegrees() / size;
-        unsigned char base[3];
-        baseColourAt(lat, base);
-        unsigned char* out = image->data(0, static_cast<unsigned int>(j));
-        for (int i = 0; i < size; ++i, out += 3)
-            std::memcpy(out, base, 3);
-    }
+        baseColourAt(key.south() + (j + 0.5) * key.getHeightDegrees() / size, &base[static_cast<std::size_t>(j) * 3]);
 
-    // The layers over it, first to last, each with its alpha.
+    // The layers, first to last, each over what lies below by its alpha. The
+    // first one with data is laid over the base colour in the same pass.
+    bool covered = false;
     for (const osg::ref_ptr<ImageLayer>& layer : _map->getImageLayers())
     {
         if (isCancelled())
@@ -262,21 +258,38 @@ osg::ref_ptr<osg::Image> TerrainTileBuilder::createImage(const TileKey& key) con
         {
             const unsigned char* in = over->data(0, static_cast<unsigned int>(j));
             unsigned char* out = image->data(0, static_cast<unsigned int>(j));
+            const unsigned char* rowBase = &base[static_cast<std::size_t>(j) * 3];
             for (int i = 0; i < size; ++i, in += 4, out += 3)
             {
                 const unsigned int a = in[3];
+                const unsigned char* below = covered ? out : rowBase;
                 if (a == 255)
                 {
                     out[0] = in[0];
                     out[1] = in[1];
                     out[2] = in[2];
                 }
-                else if (a != 0)
+                else if (a == 0)
+                {
+                    if (!covered)
+                        std::memcpy(out, rowBase, 3);
+                }
+                else
                 {
                     for (int k = 0; k < 3; ++k)
-                        out[k] = static_cast<unsigned char>((in[k] * a + out[k] * (255u - a) + 127u) / 255u);
+                        out[k] = static_cast<unsigned char>((in[k] * a + below[k] * (255u - a) + 127u) / 255u);
                 }
             }
+        }
+        covered = true;
+    }
+    if (!covered)
+    {
+        for (int j = 0; j < size; ++j)
+        {
+            unsigned char* out = image->data(0, static_cast<unsigned int>(j));
+            for (int i = 0; i < size; ++i, out += 3)
+                std::memcpy(out, &base[static_cast<std::size_t>(j) * 3], 3);
         }
     }
     return image;
