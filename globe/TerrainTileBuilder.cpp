@@ -28,10 +28,12 @@ struct BuilderLink : public osg::Referenced
     osg::observer_ptr<const TerrainTileBuilder> builder;
 };
 
-constexpr double kOceanLatitude = 75.0; // pure ocean colour up to here
-constexpr double kIceLatitude = 85.0;   // pure ice from here to the pole
-constexpr unsigned char kOcean[3] = {12, 28, 74};
-constexpr unsigned char kIce[3] = {232, 238, 244};
+// The Arctic is an ocean; around the South Pole lies the Antarctic ice sheet,
+// whose coast runs near 70 S.
+constexpr double kOceanSouthOf = -65.0; // pure ocean north of here
+constexpr double kIceSouthOf = -75.0;   // pure ice south of here
+constexpr unsigned char kOcean[3] = {10, 40, 95};
+constexpr unsigned char kIce[3] = {236, 240, 246};
 
 // Unit vector of the ellipsoid normal (geodetic up) at a longitude and
 // latitude in radians.
@@ -66,7 +68,7 @@ bool TerrainSettings::operator==(const TerrainSettings& rhs) const
 
 void baseColourAt(double latitude, unsigned char rgb[3])
 {
-    const double a = std::clamp((std::fabs(latitude) - kOceanLatitude) / (kIceLatitude - kOceanLatitude), 0.0, 1.0);
+    const double a = std::clamp((kOceanSouthOf - latitude) / (kOceanSouthOf - kIceSouthOf), 0.0, 1.0);
     for (int k = 0; k < 3; ++k)
         rgb[k] = static_cast<unsigned char>(std::lround(kOcean[k] + (kIce[k] - kOcean[k]) * a));
 }

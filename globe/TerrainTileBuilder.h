@@ -50,7 +50,7 @@ struct TerrainSettings
 };
 
 /** Colour of the ground where no image layer has data: ocean, turning to ice
-  * towards the poles. RGB, 8 bits. */
+  * over Antarctica (south of 65 S to 75 S). RGB, 8 bits. */
 void baseColourAt(double latitude, unsigned char rgb[3]);
 
 class TerrainTileBuilder : public osg::Referenced

@@ -386,26 +386,28 @@ TEST(TerrainTile, ImageLayersCompositeInMapOrderOverTheBaseColour)
     EXPECT_EQ(rgbAt(*imageOf(unveiled.get()), 100, 100), osg::Vec3i(0, 255, 0));
 }
 
-TEST(TerrainTile, PolesGetIceAndPlacesWithoutImageryGetOcean)
+TEST(TerrainTile, BeyondTheImageryTheArcticIsOceanAndAntarcticaIce)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
     map->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
-    // The eastern hemisphere: green up to 85.05 N, ice beyond it.
+    // The eastern hemisphere: green and yellow between 85.05 N and S, ocean
+    // around the North Pole, ice around the South Pole.
     osg::ref_ptr<osg::MatrixTransform> east = engine->createTileModel(TileKey(0, 1, 0));
     osg::Image* image = imageOf(east.get());
     ASSERT_NE(image, nullptr);
-    const osg::Vec3i pole = rgbAt(*image, 128, 255);   // 89.6 N
-    const osg::Vec3i arctic = rgbAt(*image, 128, 200); // 50.3 N
+    const osg::Vec3i north = rgbAt(*image, 128, 255); // 89.6 N
+    const osg::Vec3i middle = rgbAt(*image, 128, 200); // 50.3 N
     const osg::Vec3i south = rgbAt(*image, 128, 0);    // 89.6 S
-    EXPECT_GT(pole.x(), 200);
-    EXPECT_GT(pole.y(), 200);
-    EXPECT_GT(pole.z(), 200);
-    EXPECT_EQ(arctic, osg::Vec3i(0, 255, 0));
-    EXPECT_GT(south.x(), 200);
+    EXPECT_GT(north.z(), north.x() + 40);
+    EXPECT_GT(north.z(), north.y() + 30);
+    EXPECT_EQ(middle, osg::Vec3i(0, 255, 0));
+    EXPECT_GT(south.x(), 220);
+    EXPECT_GT(south.y(), 220);
+    EXPECT_GT(south.z(), 220);
 
-    // Heights only: the whole globe is ocean, ice at the poles.
+    // Heights only: ocean all over, ice over Antarctica.
     osg::ref_ptr<Map> bare = new Map;
     bare->addLayer(new ElevationLayer("heights", optionsFor(makeHeightQuadrants(dir, 1, 2, 3, 4))));
     osg::ref_ptr<osg::MatrixTransform> ocean = osg::ref_ptr<TerrainEngine>(new TerrainEngine(bare.get()))->createTileModel(TileKey(0, 0, 0));
@@ -414,7 +416,10 @@ TEST(TerrainTile, PolesGetIceAndPlacesWithoutImageryGetOcean)
     const osg::Vec3i equator = rgbAt(*oceanImage, 10, 128);
     EXPECT_GT(equator.z(), equator.x() + 40);
     EXPECT_GT(equator.z(), equator.y() + 30);
-    EXPECT_GT(rgbAt(*oceanImage, 10, 255).x(), 200);
+    EXPECT_EQ(rgbAt(*oceanImage, 10, 255), equator); // 89.6 N: the Arctic Ocean
+    EXPECT_EQ(rgbAt(*oceanImage, 10, 72), equator);  // 39.0 S
+    EXPECT_GT(rgbAt(*oceanImage, 10, 0).x(), 220);   // 89.6 S: the ice sheet
+    EXPECT_GT(rgbAt(*oceanImage, 10, 20).x(), 220);  // 75.6 S
 }
 
 TEST(TerrainTile, BoundsHoldTheSkirtsAndRangesFollowTheTileSize)
