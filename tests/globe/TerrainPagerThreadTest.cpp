@@ -147,32 +147,35 @@ protected:
 
     void TearDown() override
     {
+        // As a viewer shuts down: the pager's thread stops before the scene
+        // goes (its requests point into the scene).
         pager->cancel();
         pager = nullptr;
+        scene = nullptr;
         osgDB::Registry::instance()->setReadFileCallback(nullptr);
     }
 
     /** One frame: update (the terrain follows the map), cull, merge. */
-    void frame(osg::Node* scene)
+    void frame(osg::Node* top)
     {
         stamp->setFrameNumber(stamp->getFrameNumber() + 1);
         stamp->setReferenceTime(stamp->getReferenceTime() + 0.05);
         stamp->setSimulationTime(stamp->getReferenceTime());
         pager->signalBeginFrame(stamp.get());
-        scene->accept(*update);
+        top->accept(*update);
         pager->updateSceneGraph(*stamp);
-        scene->accept(cull);
+        top->accept(cull);
         pager->signalEndFrame();
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
 
     /** Frames until the eye's point has tiles of `level` or `frames` passed. */
-    int frameUntilLevel(osg::Node* scene, MapNode* map, double lon, double lat, int level, int frames)
+    int frameUntilLevel(osg::Node* top, MapNode* map, double lon, double lat, int level, int frames)
     {
         int reached = -1;
         for (int i = 0; i < frames && reached < level; ++i)
         {
-            frame(scene);
+            frame(top);
             reached = deepestLevelAt(map->getTerrainEngine()->getRoot(), lon, lat);
         }
         return reached;
@@ -191,6 +194,7 @@ protected:
     osg::ref_ptr<osg::FrameStamp> stamp;
     osg::ref_ptr<osgUtil::UpdateVisitor> update;
     StandInCull cull;
+    osg::ref_ptr<osg::Group> scene = new osg::Group;
 };
 
 } // namespace
@@ -199,7 +203,6 @@ TEST_F(PagedTerrain, PagerThreadBuildsTilesDownToTheEyeAndExpiresThemBehindIt)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<MapNode> map = new MapNode;
-    osg::ref_ptr<osg::Group> scene = new osg::Group;
     scene->addChild(map.get());
     map->getMap()->addLayer(new ImageLayer("blue", optionsFor(makeImagery(dir, "blue.db", 0, 0, 255))));
     map->getMap()->addLayer(new ElevationLayer("heights", optionsFor(makeHeights(dir))));
@@ -234,7 +237,6 @@ TEST_F(PagedTerrain, LayerChangesWhileThePagerBuildsRestartTheTerrain)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<MapNode> map = new MapNode;
-    osg::ref_ptr<osg::Group> scene = new osg::Group;
     scene->addChild(map.get());
     map->getTerrainEngine()->setImageSize(32);
     osg::ref_ptr<ImageLayer> blue = new ImageLayer("blue", optionsFor(makeImagery(dir, "blue.db", 0, 0, 255)));
