@@ -331,6 +331,13 @@ TEST_F(MapSetup, InstallsManipulatorSkyClipPlanesLayersAndPipeLines)
     // The first frame starts the terrain from the map's layers.
     frames(1);
     EXPECT_TRUE(v.mapNode->getTerrainEngine()->hasTerrain());
+
+    // The viewer's paging switch reaches the globe's manipulator.
+    const bool blocked = v.earthManipulator->_pagingBlocked.load();
+    v.changeManipulatorState();
+    EXPECT_NE(v.earthManipulator->_pagingBlocked.load(), blocked);
+    v.changeManipulatorState();
+    EXPECT_EQ(v.earthManipulator->_pagingBlocked.load(), blocked);
 }
 
 TEST_F(MapSetup, DoubleClicksDoNotMoveTheCamera)
@@ -525,10 +532,25 @@ TEST_F(MapSetupReadByTest, EmptyBasePathGivesPathsFromTheRoot)
     EXPECT_EQ(map->getMap()->getLayerAt(0)->options().driver().getFilename(), "/data/base/image.db");
     EXPECT_EQ(map->getMap()->getLayerAt(1)->options().driver().getFilename(), "/data/base/dem.db");
     // No such files: the layers are there all the same, without data, and
-    // the globe shows its plain base colour.
+    // the globe shows its plain ocean colour.
     EXPECT_FALSE(map->getMap()->getLayerAt(0)->open());
-    frames(20);
+    EXPECT_FALSE(map->getMap()->getLayerAt(1)->open());
+    auto* manipulator = dynamic_cast<globe::EarthManipulator*>(viewer->getViewer()->getCameraManipulator());
+    ASSERT_NE(manipulator, nullptr);
+    osgDB::DatabasePager* pager = viewer->getViewer()->getDatabasePager();
+    const auto start = std::chrono::steady_clock::now();
+    int idle = 0;
+    while (idle < 5 && seconds(start) < 60.0)
+    {
+        frames(1);
+        idle = (!manipulator->isSettingViewpoint() && !pager->getRequestsInProgress()) ? idle + 1 : 0;
+    }
     EXPECT_TRUE(map->getTerrainEngine()->hasTerrain());
+    osg::ref_ptr<osg::Image> frame = grabFrame();
+    cxtest::saveScreenshot(*frame, "map_layers_without_files");
+    const osg::Vec4ub centre = cxtest::pixelAt(*frame, windowWidth / 2, windowHeight / 2);
+    EXPECT_GT(centre.b(), centre.r() + 40);
+    EXPECT_GT(centre.b(), centre.g() + 30);
 }
 
 TEST_F(MapSetupReadByTest, LayersOfTheEarthFileShiftBehindTheTwoLayers)
