@@ -197,15 +197,10 @@ void ElevationLayer::clearCaches()
 std::shared_ptr<const HeightTile> ElevationLayer::loadTile(const MBTilesSource& source, int z, unsigned int x,
                                                            unsigned int y) const
 {
-    const detail::TileAddress address{z, x, y};
-    std::shared_ptr<const HeightTile> tile;
-    if (_cache->get(address, tile))
-        return tile;
-    osg::ref_ptr<osg::HeightField> field = source.readHeightField(z, x, y);
-    if (field)
-        tile = toHeightTile(*field);
-    _cache->put(address, tile);
-    return tile;
+    return _cache->getOrLoad(detail::TileAddress{z, x, y}, [&]() -> std::shared_ptr<const HeightTile> {
+        osg::ref_ptr<osg::HeightField> field = source.readHeightField(z, x, y);
+        return field ? toHeightTile(*field) : nullptr;
+    });
 }
 
 osg::ref_ptr<osg::HeightField> ElevationLayer::createHeightField(const TileKey& key, unsigned int cols,

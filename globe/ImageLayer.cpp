@@ -174,15 +174,10 @@ void ImageLayer::clearCaches()
 std::shared_ptr<const RasterTile> ImageLayer::loadTile(const MBTilesSource& source, int z, unsigned int x,
                                                        unsigned int y) const
 {
-    const detail::TileAddress address{z, x, y};
-    std::shared_ptr<const RasterTile> tile;
-    if (_cache->get(address, tile))
-        return tile;
-    osg::ref_ptr<osg::Image> image = source.readImage(z, x, y);
-    if (image)
-        tile = toRaster(*image);
-    _cache->put(address, tile);
-    return tile;
+    return _cache->getOrLoad(detail::TileAddress{z, x, y}, [&]() -> std::shared_ptr<const RasterTile> {
+        osg::ref_ptr<osg::Image> image = source.readImage(z, x, y);
+        return image ? toRaster(*image) : nullptr;
+    });
 }
 
 osg::ref_ptr<osg::Image> ImageLayer::createImage(const TileKey& key, unsigned int size) const

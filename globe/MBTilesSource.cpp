@@ -1,9 +1,11 @@
 #include <globe/MBTilesSource>
 
+#include <osgDB/FileNameUtils>
 #include <osgDB/FileUtils>
 #include <osgDB/ObjectWrapper>
 #include <osgDB/ReaderWriter>
 #include <osgDB/Registry>
+#include <osgDB/XmlParser>
 
 #include <sqlite3.h>
 
@@ -58,26 +60,10 @@ constexpr int kMaxZoom = 30;
 constexpr std::size_t kMaxIdleConnections = 4;
 const char* const kTileQuery = "SELECT tile_data FROM tiles WHERE zoom_level = ?1 AND tile_column = ?2 AND tile_row = ?3";
 
-std::string lower(std::string text)
-{
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-std::string trim(const std::string& text)
-{
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos)
-        return std::string();
-    const auto last = text.find_last_not_of(" \t\r\n");
-    return text.substr(first, last - first + 1);
-}
-
 // The plugin extension for a format name.
 std::string extensionFor(const std::string& format)
 {
-    const std::string f = lower(trim(format));
+    const std::string f = osgDB::convertToLowerCase(osgDB::trimEnclosingSpaces(format));
     if (f == "jpeg" || f == "jpg" || f == "image/jpeg")
         return "jpg";
     if (f == "png" || f == "image/png")
@@ -234,7 +220,7 @@ protected:
 
 bool parseInt(const std::string& text, int& out)
 {
-    const std::string t = trim(text);
+    const std::string t = osgDB::trimEnclosingSpaces(text);
     if (t.empty())
         return false;
     char* end = nullptr;
@@ -319,7 +305,7 @@ bool MBTilesSource::openInfo(std::shared_ptr<Info>& result, std::string& message
 {
     auto info = std::make_shared<Info>();
     info->filename = _options.getFilename();
-    const std::string driver = lower(_options.getDriver());
+    const std::string driver = osgDB::convertToLowerCase(_options.getDriver());
     if (!driver.empty() && driver != "mbtiles")
     {
         message = "unsupported driver \"" + _options.getDriver() + "\"";
@@ -381,12 +367,12 @@ bool MBTilesSource::openInfo(std::shared_ptr<Info>& result, std::string& message
     info->minZoom = info->hasLevels ? minZoom : 0;
     info->maxZoom = info->hasLevels ? maxZoom : -1;
 
-    const std::string profile = lower(trim(meta("profile")));
+    const std::string profile = osgDB::convertToLowerCase(osgDB::trimEnclosingSpaces(meta("profile")));
     info->profile = (profile == "global-geodetic" || profile == "geodetic") ? GEODETIC : SPHERICAL_MERCATOR;
 
     info->format = extensionFor(_options.format() ? *_options.format() : meta("format"));
 
-    const std::string encoding = lower(trim(_options.elevationEncoding() ? *_options.elevationEncoding()
+    const std::string encoding = osgDB::convertToLowerCase(osgDB::trimEnclosingSpaces(_options.elevationEncoding() ? *_options.elevationEncoding()
                                                                           : meta("elevation_encoding")));
     info->encoding = encoding == "terrarium" ? ElevationEncoding::TERRARIUM : ElevationEncoding::MAPBOX;
 

@@ -28,6 +28,7 @@
 #include <osgDB/FileUtils>
 #include <osgDB/ReaderWriter>
 #include <osgDB/Registry>
+#include <osgDB/XmlParser>
 
 #include <tinyxml.h>
 
@@ -43,30 +44,14 @@ namespace
 
 constexpr std::streamsize kMaxEarthFileBytes = 16 * 1024 * 1024;
 
-std::string lower(std::string text)
-{
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-std::string trim(const std::string& text)
-{
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string::npos)
-        return std::string();
-    const auto last = text.find_last_not_of(" \t\r\n");
-    return text.substr(first, last - first + 1);
-}
-
 // An element as a Config: its name is the key, its text the value, and its
 // attributes and child elements the children, in document order.
 Config toConfig(const TiXmlElement& element)
 {
-    Config conf(lower(element.ValueStr()));
+    Config conf(osgDB::convertToLowerCase(element.ValueStr()));
     std::string text;
     for (const TiXmlAttribute* a = element.FirstAttribute(); a; a = a->Next())
-        conf.add(lower(a->NameTStr()), a->ValueStr());
+        conf.add(osgDB::convertToLowerCase(a->NameTStr()), a->ValueStr());
     for (const TiXmlNode* child = element.FirstChild(); child; child = child->NextSibling())
     {
         if (const TiXmlText* t = child->ToText())
@@ -74,7 +59,7 @@ Config toConfig(const TiXmlElement& element)
         else if (const TiXmlElement* e = child->ToElement())
             conf.add(toConfig(*e));
     }
-    conf.setValue(trim(text));
+    conf.setValue(osgDB::trimEnclosingSpaces(text));
     return conf;
 }
 
@@ -86,12 +71,12 @@ osgDB::ReaderWriter::ReadResult readMap(const std::string& xml, const std::strin
     if (document.Error())
         return Result(std::string("malformed earth file: ") + document.ErrorDesc());
     const TiXmlElement* root = document.RootElement();
-    if (!root || lower(root->ValueStr()) != "map")
+    if (!root || osgDB::convertToLowerCase(root->ValueStr()) != "map")
         return Result("the earth file holds no <map>");
 
     Config conf = toConfig(*root);
     conf.setReferrer(referrer);
-    const std::string type = lower(trim(conf.value("type")));
+    const std::string type = osgDB::convertToLowerCase(osgDB::trimEnclosingSpaces(conf.value("type")));
     if (!type.empty() && type != "geocentric" && type != "globe" && type != "round")
         return Result("unsupported map type \"" + type + "\"; only geocentric maps are read");
 

@@ -58,6 +58,21 @@ public:
         return true;
     }
 
+    /** The cached tile of `address`, or the one `load()` gives, which is
+      * then cached (a null result too: the tile is known missing). The load
+      * runs without the lock, so two threads may load the same tile once
+      * each; the second result replaces the first. */
+    template <class Loader>
+    Value getOrLoad(const TileAddress& address, Loader&& load)
+    {
+        Value tile;
+        if (get(address, tile))
+            return tile;
+        tile = load();
+        put(address, tile);
+        return tile;
+    }
+
     void put(const TileAddress& address, Value value)
     {
         std::lock_guard<std::mutex> lock(_mutex);
@@ -70,11 +85,7 @@ public:
         }
         _order.emplace_front(address, std::move(value));
         _index[address] = _order.begin();
-        while (_order.size() > _capacity)
-        {
-            _index.erase(_order.back().first);
-            _order.pop_back();
-        }
+        dropOldestBeyondCapacity();
     }
 
     /** Changes the number of tiles kept, dropping the oldest beyond it. */
@@ -82,11 +93,7 @@ public:
     {
         std::lock_guard<std::mutex> lock(_mutex);
         _capacity = capacity ? capacity : 1;
-        while (_order.size() > _capacity)
-        {
-            _index.erase(_order.back().first);
-            _order.pop_back();
-        }
+        dropOldestBeyondCapacity();
     }
 
     void clear()
@@ -104,6 +111,17 @@ public:
 
 private:
     using Entry = std::pair<TileAddress, Value>;
+
+    // Called with the lock held.
+    void dropOldestBeyondCapacity()
+    {
+        while (_order.size() > _capacity)
+        {
+            _index.erase(_order.back().first);
+            _order.pop_back();
+        }
+    }
+
     std::size_t _capacity;
     mutable std::mutex _mutex;
     std::list<Entry> _order;

@@ -2,6 +2,8 @@
 // tethering the camera to a moving node.
 #include <navigation/CXEarthManipulator>
 
+#include <globe/FindTopMostNodeOfTypeVisitor>
+
 #include "ManipulatorMath.h"
 
 #include <osg/Math>
@@ -28,11 +30,8 @@ bool CXEarthManipulator::established()
         return false;
     }
 
-    osg::CoordinateSystemNode* csn =
-        cxnav::findTopMostNodeOfType<osg::CoordinateSystemNode>(node.get(), osg::NodeVisitor::TRAVERSE_PARENTS, 1);
-    if (!csn)
-        csn = cxnav::findTopMostNodeOfType<osg::CoordinateSystemNode>(node.get(),
-                                                                      osg::NodeVisitor::TRAVERSE_ALL_CHILDREN, 1);
+    // Up through the parents first, then down, with traversal mask 1.
+    osg::CoordinateSystemNode* csn = globe::findRelativeNodeOfType<osg::CoordinateSystemNode>(node.get(), 1);
     _csn = csn;
     _isGeocentric = csn && csn->getEllipsoidModel();
 

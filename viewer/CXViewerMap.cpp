@@ -12,11 +12,11 @@
 
 #include <osg/Light>
 #include <osgDB/ConvertUTF>
+#include <osgDB/FileNameUtils>
 #include <osgDB/ReadFile>
 #include <osgDB/Registry>
 #include <osgGA/GUIEventAdapter>
 
-#include <cctype>
 #include <filesystem>
 #include <system_error>
 
@@ -141,12 +141,7 @@ namespace
 // compared without regard to case.
 bool matchesIvePattern(const std::string& name)
 {
-    if (name.size() < 4)
-        return false;
-    std::string tail = name.substr(name.size() - 4);
-    for (char& c : tail)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return tail == ".ive";
+    return name.size() >= 4 && osgDB::convertToLowerCase(name.substr(name.size() - 4)) == ".ive";
 }
 
 } // namespace
