@@ -50,7 +50,8 @@ struct Data
             {
                 auto colour = [x, y](int c, int r) {
                     const double u = x * 256.0 + c, v = y * 256.0 + r;
-                    const auto g = static_cast<std::uint32_t>(128 + 60 * std::sin(u * 0.05) * std::cos(v * 0.031) + ((c * 7 + r * 13) % 23));
+                    const auto g = static_cast<std::uint32_t>(128 + 60 * std::sin(u * 0.05) * std::cos(v * 0.031)
+                                                              + ((c * 7 + r * 13) % 23));
                     return (std::min(g, 255u) << 16) | (std::min(g + 20, 255u) << 8) | 90u;
                 };
                 jpegs.push_back(cxtest::encode(*cxtest::rgbImage(256, colour), "jpg"));
@@ -86,14 +87,6 @@ Data& data()
     return instance;
 }
 
-globe::MBTilesOptions optionsFor(const std::string& path)
-{
-    globe::MBTilesOptions options;
-    options.setDriver("mbtiles");
-    options.filename() = path;
-    return options;
-}
-
 void BM_DecodeOneJpegAndOneHeightTile(benchmark::State& state)
 {
     Data& d = data();
@@ -119,8 +112,8 @@ void BM_DecodeOneJpegAndOneHeightTile(benchmark::State& state)
 void layerTiles(benchmark::State& state, std::size_t imageCacheTiles)
 {
     Data& d = data();
-    osg::ref_ptr<globe::ImageLayer> image = new globe::ImageLayer("image", optionsFor(d.imagePath));
-    osg::ref_ptr<globe::ElevationLayer> dem = new globe::ElevationLayer("dem", optionsFor(d.demPath));
+    osg::ref_ptr<globe::ImageLayer> image = new globe::ImageLayer("image", cxtest::mbtilesOptions(d.imagePath));
+    osg::ref_ptr<globe::ElevationLayer> dem = new globe::ElevationLayer("dem", cxtest::mbtilesOptions(d.demPath));
     if (imageCacheTiles)
         image->setCacheSize(imageCacheTiles);
     std::size_t i = 0, missing = 0;

@@ -6,11 +6,12 @@
 // throughputs (target: >= 0.9).
 #include <globe/SpatialReference>
 
+#include "MedianReporter.h"
+
 #include <benchmark/benchmark.h>
 #include <proj.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -80,24 +81,6 @@ void BM_SpatialReferenceTransform(benchmark::State& state)
 BENCHMARK(BM_ProjTransGeneric)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
 BENCHMARK(BM_SpatialReferenceTransform)->Unit(benchmark::kMillisecond)->Repetitions(7)->ReportAggregatesOnly(true);
 
-// Keeps the median throughput of each benchmark.
-class MedianReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs)
-        {
-            if (run.aggregate_name != "median")
-                continue;
-            auto found = run.counters.find("items_per_second");
-            if (found != run.counters.end())
-                medians[run.run_name.function_name] = found->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> medians;
-};
 
 } // namespace
 
@@ -106,12 +89,12 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
-    MedianReporter reporter;
+    cxbench::MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
-    const double proj = reporter.medians["BM_ProjTransGeneric"];
-    const double ours = reporter.medians["BM_SpatialReferenceTransform"];
+    const double proj = reporter.median("BM_ProjTransGeneric");
+    const double ours = reporter.median("BM_SpatialReferenceTransform");
     if (proj > 0.0 && ours > 0.0)
         std::printf("\nEPSG:4547 -> geocentric, %zu points: PROJ %.2f M points/s, SpatialReference %.2f M points/s, "
                     "ratio %.3f (target >= 0.9)\n",

@@ -23,14 +23,6 @@ constexpr std::uint32_t kBlue = 0x0000FFFFu;
 constexpr std::uint32_t kYellow = 0xFFFF00FFu;
 constexpr std::uint32_t kGrey = 0x808080FFu;
 
-MBTilesOptions optionsFor(const std::string& path)
-{
-    MBTilesOptions options;
-    options.setDriver("mbtiles");
-    options.filename() = path;
-    return options;
-}
-
 // The output pixel of `image` (made for `key`) that covers (lon, lat).
 std::uint32_t pixelAt(const osg::Image& image, const TileKey& key, double lon, double lat)
 {
@@ -39,38 +31,13 @@ std::uint32_t pixelAt(const osg::Image& image, const TileKey& key, double lon, d
     return cxtest::rgbaAt(image, i, j);
 }
 
-// Level 1 of spherical mercator in four colours: red north-west, green
-// north-east, blue south-west, yellow south-east.
-std::string makeQuadrants(const cxtest::TempDir& dir, const std::string& name = "quadrants.db")
-{
-    const std::string path = (dir.path() / name).string();
-    cxtest::MBTilesFile file(path);
-    file.metadata("format", "png");
-    file.tile(1, 0, 0, cxtest::encode(*cxtest::solidImage(256, 255, 0, 0), "png"));
-    file.tile(1, 1, 0, cxtest::encode(*cxtest::solidImage(256, 0, 255, 0), "png"));
-    file.tile(1, 0, 1, cxtest::encode(*cxtest::solidImage(256, 0, 0, 255), "png"));
-    file.tile(1, 1, 1, cxtest::encode(*cxtest::solidImage(256, 255, 255, 0), "png"));
-    return path;
-}
-
-// Level 1 of Terrain-RGB heights, one height per quadrant.
-std::string makeHeightQuadrants(const cxtest::TempDir& dir, double nw, double ne, double sw, double se)
-{
-    const std::string path = (dir.path() / "heights.db").string();
-    cxtest::MBTilesFile file(path);
-    file.tile(1, 0, 0, cxtest::terrainRGBTile(64, [=](int, int) { return nw; }));
-    file.tile(1, 1, 0, cxtest::terrainRGBTile(64, [=](int, int) { return ne; }));
-    file.tile(1, 0, 1, cxtest::terrainRGBTile(64, [=](int, int) { return sw; }));
-    file.tile(1, 1, 1, cxtest::terrainRGBTile(64, [=](int, int) { return se; }));
-    return path;
-}
-
 } // namespace
 
 TEST(ImageLayer, HemispheresShowTheRightMercatorTiles)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("colours", optionsFor(makeQuadrants(dir)));
+    osg::ref_ptr<ImageLayer> layer =
+        new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path())));
     const TileKey west(0, 0, 0);
     const TileKey east(0, 1, 0);
     osg::ref_ptr<osg::Image> w = layer->createImage(west);
@@ -109,8 +76,9 @@ TEST(ImageLayer, ReprojectsMercatorLatitudes)
             for (int x = 0; x < 4; ++x)
                 file.tile(2, x, y, cxtest::encode(*cxtest::solidImage(256, shades[y], shades[y], shades[y]), "png"));
     }
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("rows", optionsFor(path));
-    auto grey = [](unsigned char v) { return (std::uint32_t(v) << 24) | (std::uint32_t(v) << 16) | (std::uint32_t(v) << 8) | 0xFFu; };
+    osg::ref_ptr<ImageLayer> layer = new ImageLayer("rows", cxtest::mbtilesOptions(path));
+    auto grey = [](unsigned char v)
+    { return (std::uint32_t(v) << 24) | (std::uint32_t(v) << 16) | (std::uint32_t(v) << 8) | 0xFFu; };
 
     const TileKey hemisphere(0, 1, 0);
     osg::ref_ptr<osg::Image> image = layer->createImage(hemisphere);
@@ -144,7 +112,8 @@ TEST(ImageLayer, ReprojectsMercatorLatitudes)
 TEST(ImageLayer, PastTheDeepestLevelTheParentIsMagnified)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("colours", optionsFor(makeQuadrants(dir)));
+    osg::ref_ptr<ImageLayer> layer =
+        new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path())));
     EXPECT_EQ(layer->getMaxLevel(), 1);
     const TileKey deep = TileKey::fromLonLat(-90.0, 45.0, 12);
     osg::ref_ptr<osg::Image> image = layer->createImage(deep);
@@ -166,7 +135,7 @@ TEST(ImageLayer, MissingAndCorruptTilesFallBackToTheirAncestor)
         // (1, 1, 0) is missing; (1, 1, 1) does not decode.
         file.tile(1, 1, 1, "this is not an image");
     }
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("holes", optionsFor(path));
+    osg::ref_ptr<ImageLayer> layer = new ImageLayer("holes", cxtest::mbtilesOptions(path));
     const TileKey east(0, 1, 0);
     const TileKey west(0, 0, 0);
     // 512 pixels over a hemisphere match level 1 of the source.
@@ -188,7 +157,8 @@ TEST(ImageLayer, MissingAndCorruptTilesFallBackToTheirAncestor)
 TEST(ImageLayer, NoDataGivesNoImage)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("colours", optionsFor(makeQuadrants(dir)));
+    osg::ref_ptr<ImageLayer> layer =
+        new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path())));
     // Entirely beyond mercator's latitude range (87.19..90 N).
     EXPECT_FALSE(layer->createImage(TileKey(6, 10, 0)));
     EXPECT_FALSE(layer->mayHaveData(TileKey(6, 10, 0)));
@@ -209,14 +179,15 @@ TEST(ImageLayer, NoDataGivesNoImage)
         cxtest::MBTilesFile file(deepOnly);
         file.tile(6, 10, 10, cxtest::encode(*cxtest::solidImage(64, 1, 1, 1), "png"));
     }
-    osg::ref_ptr<ImageLayer> deepLayer = new ImageLayer("deep", optionsFor(deepOnly));
+    osg::ref_ptr<ImageLayer> deepLayer = new ImageLayer("deep", cxtest::mbtilesOptions(deepOnly));
     EXPECT_FALSE(deepLayer->createImage(TileKey(0, 0, 0)));
 }
 
 TEST(ImageLayer, LayerOverAMissingFileHasNoDataAndSaysWhy)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("baseImage", optionsFor((dir.path() / "image.db").string()));
+    osg::ref_ptr<ImageLayer> layer =
+        new ImageLayer("baseImage", cxtest::mbtilesOptions((dir.path() / "image.db").string()));
     EXPECT_FALSE(layer->createImage(TileKey(0, 0, 0)));
     EXPECT_FALSE(layer->isOpen());
     EXPECT_NE(layer->getStatusMessage().find("image.db"), std::string::npos) << layer->getStatusMessage();
@@ -224,7 +195,7 @@ TEST(ImageLayer, LayerOverAMissingFileHasNoDataAndSaysWhy)
     EXPECT_EQ(layer->getMaxLevel(), -1);
 
     // The file appears later: an explicit open picks it up.
-    makeQuadrants(dir, "image.db");
+    cxtest::writeQuadrants(dir.path(), "image.db");
     EXPECT_FALSE(layer->createImage(TileKey(0, 0, 0))); // data calls do not retry by themselves
     EXPECT_TRUE(layer->open());
     EXPECT_TRUE(layer->createImage(TileKey(0, 0, 0)));
@@ -236,8 +207,8 @@ TEST(ImageLayer, LayerOverAMissingFileHasNoDataAndSaysWhy)
 TEST(ElevationLayer, HeightsAtTheGridPoints)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<ElevationLayer> layer =
-        new ElevationLayer("dem", optionsFor(makeHeightQuadrants(dir, 100.0, 200.0, -50.0, 1000.0)));
+    osg::ref_ptr<ElevationLayer> layer = new ElevationLayer(
+        "dem", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 100.0, 200.0, -50.0, 1000.0)));
     const TileKey west(0, 0, 0);
     osg::ref_ptr<osg::HeightField> field = layer->createHeightField(west);
     ASSERT_TRUE(field);
@@ -282,7 +253,7 @@ TEST(ElevationLayer, BilinearBetweenPixelCentresAndAcrossTheAntimeridian)
         cxtest::MBTilesFile file(path);
         file.tile(0, 0, 0, cxtest::terrainRGBTile(256, [](int c, int) { return c * 10.0; }));
     }
-    osg::ref_ptr<ElevationLayer> layer = new ElevationLayer("ramp", optionsFor(path));
+    osg::ref_ptr<ElevationLayer> layer = new ElevationLayer("ramp", cxtest::mbtilesOptions(path));
     const TileKey key(3, 9, 3); // 22.5..45 E, 0..22.5 N
     osg::ref_ptr<osg::HeightField> field = layer->createHeightField(key);
     ASSERT_TRUE(field);
@@ -308,7 +279,7 @@ TEST(ElevationLayer, FallsBackToAncestorsAndPastTheDeepestLevel)
         file.tile(1, 0, 0, cxtest::terrainRGBTile(64, [](int, int) { return 100.0; }));
         file.tile(1, 1, 1, "corrupt");
     }
-    osg::ref_ptr<ElevationLayer> layer = new ElevationLayer("dem", optionsFor(path));
+    osg::ref_ptr<ElevationLayer> layer = new ElevationLayer("dem", cxtest::mbtilesOptions(path));
     float h = 0.0f;
     ASSERT_TRUE(layer->getHeight(-90.0, 45.0, h));
     EXPECT_NEAR(h, 100.0, 0.05);
@@ -331,9 +302,10 @@ TEST(ElevationLayer, TerrariumFromTheLayerOptions)
     const std::string path = (dir.path() / "terrarium.db").string();
     {
         cxtest::MBTilesFile file(path);
-        file.tile(0, 0, 0, cxtest::encode(*cxtest::rgbImage(32, [](int, int) { return cxtest::terrarium(4321.25); }), "png"));
+        file.tile(0, 0, 0,
+                  cxtest::encode(*cxtest::rgbImage(32, [](int, int) { return cxtest::terrarium(4321.25); }), "png"));
     }
-    MBTilesOptions options = optionsFor(path);
+    MBTilesOptions options = cxtest::mbtilesOptions(path);
     options.elevationEncoding() = "terrarium";
     osg::ref_ptr<ElevationLayer> layer = new ElevationLayer("dem", options);
     float h = 0.0f;
@@ -344,14 +316,15 @@ TEST(ElevationLayer, TerrariumFromTheLayerOptions)
 TEST(ElevationLayer, MissingFileOrDisabledGivesNothing)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<ElevationLayer> missing = new ElevationLayer("GlobeHeightfield", optionsFor((dir.path() / "dem.db").string()));
+    osg::ref_ptr<ElevationLayer> missing =
+        new ElevationLayer("GlobeHeightfield", cxtest::mbtilesOptions((dir.path() / "dem.db").string()));
     EXPECT_FALSE(missing->createHeightField(TileKey(0, 0, 0)));
     float h = 0.0f;
     EXPECT_FALSE(missing->getHeight(0.0, 0.0, h));
     EXPECT_FALSE(missing->getStatusMessage().empty());
 
     osg::ref_ptr<ElevationLayer> layer =
-        new ElevationLayer("dem", optionsFor(makeHeightQuadrants(dir, 1.0, 2.0, 3.0, 4.0)));
+        new ElevationLayer("dem", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 1.0, 2.0, 3.0, 4.0)));
     layer->setEnabled(false);
     EXPECT_FALSE(layer->createHeightField(TileKey(0, 0, 0)));
     EXPECT_FALSE(layer->getHeight(-90.0, 45.0, h));
@@ -373,8 +346,8 @@ TEST(Map, LaterElevationLayersWinWhereTheyHaveData)
         b.tile(1, 0, 0, cxtest::terrainRGBTile(64, [](int, int) { return 700.0; }));
     }
     osg::ref_ptr<globe::Map> map = new globe::Map;
-    osg::ref_ptr<ElevationLayer> base = new ElevationLayer("base", optionsFor(everywhere));
-    osg::ref_ptr<ElevationLayer> top = new ElevationLayer("top", optionsFor(patch));
+    osg::ref_ptr<ElevationLayer> base = new ElevationLayer("base", cxtest::mbtilesOptions(everywhere));
+    osg::ref_ptr<ElevationLayer> top = new ElevationLayer("top", cxtest::mbtilesOptions(patch));
     map->addLayer(base.get());
     map->addLayer(top.get());
 

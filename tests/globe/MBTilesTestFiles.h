@@ -4,6 +4,8 @@
 #ifndef CXVIEWER_TESTS_GLOBE_MBTILESTESTFILES_H
 #define CXVIEWER_TESTS_GLOBE_MBTILESTESTFILES_H
 
+#include <globe/MBTilesOptions>
+
 #include <osg/Image>
 #include <osgDB/ObjectWrapper>
 #include <osgDB/ReaderWriter>
@@ -14,6 +16,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <sstream>
 #include <stdexcept>
@@ -172,6 +175,43 @@ inline std::string zlibCompress(const std::string& bytes)
     if (!zlib->compress(out, bytes))
         throw std::runtime_error("compression failed");
     return out.str();
+}
+
+/** Options of the mbtiles driver on the file at `path`. */
+inline globe::MBTilesOptions mbtilesOptions(const std::string& path)
+{
+    globe::MBTilesOptions options;
+    options.setDriver("mbtiles");
+    options.filename() = path;
+    return options;
+}
+
+/** Writes level 1 of spherical mercator in four colours: red north-west,
+  * green north-east, blue south-west, yellow south-east; to `name` in
+  * `folder`, whose path it returns. */
+inline std::string writeQuadrants(const std::filesystem::path& folder, const std::string& name = "quadrants.db")
+{
+    const std::string path = (folder / name).string();
+    MBTilesFile file(path);
+    file.metadata("format", "png");
+    file.tile(1, 0, 0, encode(*solidImage(256, 255, 0, 0), "png"));
+    file.tile(1, 1, 0, encode(*solidImage(256, 0, 255, 0), "png"));
+    file.tile(1, 0, 1, encode(*solidImage(256, 0, 0, 255), "png"));
+    file.tile(1, 1, 1, encode(*solidImage(256, 255, 255, 0), "png"));
+    return path;
+}
+
+/** Writes level 1 of Terrain-RGB heights, one height per quadrant, to
+  * "heights.db" in `folder`, whose path it returns. */
+inline std::string writeHeightQuadrants(const std::filesystem::path& folder, double nw, double ne, double sw, double se)
+{
+    const std::string path = (folder / "heights.db").string();
+    MBTilesFile file(path);
+    file.tile(1, 0, 0, terrainRGBTile(64, [=](int, int) { return nw; }));
+    file.tile(1, 1, 0, terrainRGBTile(64, [=](int, int) { return ne; }));
+    file.tile(1, 0, 1, terrainRGBTile(64, [=](int, int) { return sw; }));
+    file.tile(1, 1, 1, terrainRGBTile(64, [=](int, int) { return se; }));
+    return path;
 }
 
 /** RGBA of pixel (i, j) (row j from the south) of an RGBA image. */

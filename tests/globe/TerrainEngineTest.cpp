@@ -31,45 +31,12 @@ using globe::TileKey;
 namespace
 {
 
-MBTilesOptions optionsFor(const std::string& path)
-{
-    MBTilesOptions options;
-    options.setDriver("mbtiles");
-    options.filename() = path;
-    return options;
-}
-
-// Spherical mercator level 1 in four colours: red north-west, green
-// north-east, blue south-west, yellow south-east.
-std::string makeQuadrants(const cxtest::TempDir& dir)
-{
-    const std::string path = (dir.path() / "quadrants.db").string();
-    cxtest::MBTilesFile file(path);
-    file.tile(1, 0, 0, cxtest::encode(*cxtest::solidImage(256, 255, 0, 0), "png"));
-    file.tile(1, 1, 0, cxtest::encode(*cxtest::solidImage(256, 0, 255, 0), "png"));
-    file.tile(1, 0, 1, cxtest::encode(*cxtest::solidImage(256, 0, 0, 255), "png"));
-    file.tile(1, 1, 1, cxtest::encode(*cxtest::solidImage(256, 255, 255, 0), "png"));
-    return path;
-}
-
 // One half-transparent white tile over the whole mercator world.
 std::string makeVeil(const cxtest::TempDir& dir)
 {
     const std::string path = (dir.path() / "veil.db").string();
     cxtest::MBTilesFile file(path);
     file.tile(0, 0, 0, cxtest::encode(*cxtest::solidImage(256, 255, 255, 255, 128), "png"));
-    return path;
-}
-
-// Terrain-RGB heights of level 1, one height per quadrant.
-std::string makeHeightQuadrants(const cxtest::TempDir& dir, double nw, double ne, double sw, double se)
-{
-    const std::string path = (dir.path() / "heights.db").string();
-    cxtest::MBTilesFile file(path);
-    file.tile(1, 0, 0, cxtest::terrainRGBTile(64, [=](int, int) { return nw; }));
-    file.tile(1, 1, 0, cxtest::terrainRGBTile(64, [=](int, int) { return ne; }));
-    file.tile(1, 0, 1, cxtest::terrainRGBTile(64, [=](int, int) { return sw; }));
-    file.tile(1, 1, 1, cxtest::terrainRGBTile(64, [=](int, int) { return se; }));
     return path;
 }
 
@@ -157,7 +124,8 @@ TEST(TerrainEngine, FollowsTheLayersOfTheMap)
     ASSERT_FALSE(node->getTerrainEngine()->hasTerrain());
 
     // A layer inserted after the node was made shows up at the next update.
-    osg::ref_ptr<ImageLayer> layer = new ImageLayer("colours", optionsFor(makeQuadrants(dir)));
+    osg::ref_ptr<ImageLayer> layer =
+        new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path())));
     ASSERT_TRUE(node->getMap()->insertLayer(layer.get(), 0));
     update(scene.get());
     TerrainEngine* engine = node->getTerrainEngine();
@@ -181,7 +149,9 @@ TEST(TerrainEngine, FollowsTheLayersOfTheMap)
     // give no tiles.
     const std::string oldName = root->getFileName(0);
     osg::ref_ptr<const osgDB::Options> oldOptions = dynamic_cast<const osgDB::Options*>(root->getDatabaseOptions());
-    ASSERT_TRUE(node->getMap()->insertLayer(new ElevationLayer("heights", optionsFor(makeHeightQuadrants(dir, 1, 2, 3, 4))), 1));
+    ASSERT_TRUE(node->getMap()->insertLayer(
+        new ElevationLayer("heights", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 1, 2, 3, 4))),
+        1));
     update(scene.get());
     ASSERT_NE(engine->getRoot(), nullptr);
     EXPECT_NE(engine->getRoot(), root.get());
@@ -206,7 +176,7 @@ TEST(TerrainEngine, PseudoFilesGiveTheRootTilesAndTheirChildren)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     ASSERT_TRUE(engine->sync());
     EXPECT_FALSE(engine->sync());
@@ -247,8 +217,9 @@ TEST(TerrainTile, GridWithSkirtsNormalsAndTextureCoordinatesAroundTheTileCentre)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
-    map->addLayer(new ElevationLayer("heights", optionsFor(makeHeightQuadrants(dir, 1000, 2000, 3000, 4000))));
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
+    map->addLayer(new ElevationLayer(
+        "heights", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 1000, 2000, 3000, 4000))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
 
@@ -350,15 +321,16 @@ TEST(TerrainTile, GridWithSkirtsNormalsAndTextureCoordinatesAroundTheTileCentre)
 TEST(TerrainTile, ImageLayersCompositeInMapOrderOverTheBaseColour)
 {
     cxtest::TempDir dir;
-    const std::string quadrants = makeQuadrants(dir);
+    const std::string quadrants = cxtest::writeQuadrants(dir.path());
     const std::string veil = makeVeil(dir);
     const TileKey key(3, 11, 2); // green
 
     // The veil over the colours: half white.
     osg::ref_ptr<Map> over = new Map;
-    over->addLayer(new ImageLayer("colours", optionsFor(quadrants)));
-    over->addLayer(new ImageLayer("veil", optionsFor(veil)));
-    osg::ref_ptr<osg::MatrixTransform> veiled = osg::ref_ptr<TerrainEngine>(new TerrainEngine(over.get()))->createTileModel(key);
+    over->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(quadrants)));
+    over->addLayer(new ImageLayer("veil", cxtest::mbtilesOptions(veil)));
+    osg::ref_ptr<osg::MatrixTransform> veiled =
+        osg::ref_ptr<TerrainEngine>(new TerrainEngine(over.get()))->createTileModel(key);
     ASSERT_NE(imageOf(veiled.get()), nullptr);
     const osg::Vec3i blend = rgbAt(*imageOf(veiled.get()), 100, 100);
     EXPECT_NEAR(blend.x(), 128, 2);
@@ -367,22 +339,25 @@ TEST(TerrainTile, ImageLayersCompositeInMapOrderOverTheBaseColour)
 
     // The colours over the veil: the opaque layer hides it.
     osg::ref_ptr<Map> under = new Map;
-    under->addLayer(new ImageLayer("veil", optionsFor(veil)));
-    under->addLayer(new ImageLayer("colours", optionsFor(quadrants)));
-    osg::ref_ptr<osg::MatrixTransform> plain = osg::ref_ptr<TerrainEngine>(new TerrainEngine(under.get()))->createTileModel(key);
+    under->addLayer(new ImageLayer("veil", cxtest::mbtilesOptions(veil)));
+    under->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(quadrants)));
+    osg::ref_ptr<osg::MatrixTransform> plain =
+        osg::ref_ptr<TerrainEngine>(new TerrainEngine(under.get()))->createTileModel(key);
     EXPECT_EQ(rgbAt(*imageOf(plain.get()), 100, 100), osg::Vec3i(0, 255, 0));
 
     // The veil alone lightens the ocean base colour.
     osg::ref_ptr<Map> alone = new Map;
-    alone->addLayer(new ImageLayer("veil", optionsFor(veil)));
-    osg::ref_ptr<osg::MatrixTransform> sea = osg::ref_ptr<TerrainEngine>(new TerrainEngine(alone.get()))->createTileModel(key);
+    alone->addLayer(new ImageLayer("veil", cxtest::mbtilesOptions(veil)));
+    osg::ref_ptr<osg::MatrixTransform> sea =
+        osg::ref_ptr<TerrainEngine>(new TerrainEngine(alone.get()))->createTileModel(key);
     const osg::Vec3i lightened = rgbAt(*imageOf(sea.get()), 100, 100);
     EXPECT_GT(lightened.z(), lightened.x());
     EXPECT_GT(lightened.x(), 120);
 
     // A disabled layer adds nothing.
     over->getLayerAt(1)->setEnabled(false);
-    osg::ref_ptr<osg::MatrixTransform> unveiled = osg::ref_ptr<TerrainEngine>(new TerrainEngine(over.get()))->createTileModel(key);
+    osg::ref_ptr<osg::MatrixTransform> unveiled =
+        osg::ref_ptr<TerrainEngine>(new TerrainEngine(over.get()))->createTileModel(key);
     EXPECT_EQ(rgbAt(*imageOf(unveiled.get()), 100, 100), osg::Vec3i(0, 255, 0));
 }
 
@@ -390,7 +365,7 @@ TEST(TerrainTile, BeyondTheImageryTheArcticIsOceanAndAntarcticaIce)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     // The eastern hemisphere: green and yellow between 85.05 N and S, ocean
     // around the North Pole, ice around the South Pole.
@@ -409,8 +384,10 @@ TEST(TerrainTile, BeyondTheImageryTheArcticIsOceanAndAntarcticaIce)
 
     // Heights only: ocean all over, ice over Antarctica.
     osg::ref_ptr<Map> bare = new Map;
-    bare->addLayer(new ElevationLayer("heights", optionsFor(makeHeightQuadrants(dir, 1, 2, 3, 4))));
-    osg::ref_ptr<osg::MatrixTransform> ocean = osg::ref_ptr<TerrainEngine>(new TerrainEngine(bare.get()))->createTileModel(TileKey(0, 0, 0));
+    bare->addLayer(
+        new ElevationLayer("heights", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 1, 2, 3, 4))));
+    osg::ref_ptr<osg::MatrixTransform> ocean =
+        osg::ref_ptr<TerrainEngine>(new TerrainEngine(bare.get()))->createTileModel(TileKey(0, 0, 0));
     osg::Image* oceanImage = imageOf(ocean.get());
     ASSERT_NE(oceanImage, nullptr);
     const osg::Vec3i equator = rgbAt(*oceanImage, 10, 128);
@@ -426,7 +403,8 @@ TEST(TerrainTile, BoundsHoldTheSkirtsAndRangesFollowTheTileSize)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ElevationLayer("heights", optionsFor(makeHeightQuadrants(dir, 8000, -400, 3000, 100))));
+    map->addLayer(new ElevationLayer(
+        "heights", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 8000, -400, 3000, 100))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
 
     double previousRadius = DBL_MAX;
@@ -475,7 +453,7 @@ TEST(TerrainTile, PickedGroundHasTheHeightOfTheElevationData)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    osg::ref_ptr<ElevationLayer> dem = new ElevationLayer("slopes", optionsFor(makeSlopes(dir)));
+    osg::ref_ptr<ElevationLayer> dem = new ElevationLayer("slopes", cxtest::mbtilesOptions(makeSlopes(dir)));
     map->addLayer(dem.get());
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
@@ -510,8 +488,8 @@ TEST(TerrainTile, MissingFilesAndBadKeysGiveClearOutcomes)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("gone", optionsFor((dir.path() / "missing.db").string())));
-    map->addLayer(new ElevationLayer("gone too", optionsFor((dir.path() / "missing-dem.db").string())));
+    map->addLayer(new ImageLayer("gone", cxtest::mbtilesOptions((dir.path() / "missing.db").string())));
+    map->addLayer(new ElevationLayer("gone too", cxtest::mbtilesOptions((dir.path() / "missing-dem.db").string())));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
 
     // Layers without data: the tile still builds, on the ellipsoid, in the
@@ -519,7 +497,8 @@ TEST(TerrainTile, MissingFilesAndBadKeysGiveClearOutcomes)
     osg::ref_ptr<osg::MatrixTransform> model = engine->createTileModel(TileKey(2, 3, 1));
     ASSERT_TRUE(model.valid());
     const auto* vertices = dynamic_cast<const osg::Vec3Array*>(geometryOf(model.get())->getVertexArray());
-    const Geodetic g = toGeodetic(*engine->getEllipsoidModel(), osg::Vec3d((*vertices)[0]) + model->getMatrix().getTrans());
+    const Geodetic g =
+        toGeodetic(*engine->getEllipsoidModel(), osg::Vec3d((*vertices)[0]) + model->getMatrix().getTrans());
     EXPECT_NEAR(g.height, 0.0, 0.5); // float vertices 2,000 km from the tile centre
     const osg::Vec3i colour = rgbAt(*imageOf(model.get()), 128, 128);
     EXPECT_GT(colour.z(), colour.x());
@@ -543,7 +522,7 @@ TEST(TerrainEngine, SettingsAreClampedAndRebuildTheTiles)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     EXPECT_EQ(engine->getTileGridSize(), 17u);
     EXPECT_EQ(engine->getImageSize(), 256u);
@@ -581,7 +560,7 @@ TEST(TerrainEngine, ClonesShareTheMapButBuildTheirOwnTiles)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<MapNode> node = new MapNode;
-    node->getMap()->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
+    node->getMap()->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
     osg::ref_ptr<MapNode> copy = dynamic_cast<MapNode*>(node->clone(osg::CopyOp::SHALLOW_COPY));
     ASSERT_TRUE(copy.valid());
     EXPECT_EQ(copy->getMap(), node->getMap());
@@ -597,7 +576,7 @@ TEST(TerrainTile, LargeTilesGetFinerGridsSoThatTheyHugTheEllipsoid)
 {
     cxtest::TempDir dir;
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", optionsFor(makeQuadrants(dir))));
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
 
@@ -655,7 +634,7 @@ TEST(TerrainTile, SkirtsReachDownPastTheGapsToFinerNeighbours)
                 }
     }
     osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ElevationLayer("hills", optionsFor(path)));
+    map->addLayer(new ElevationLayer("hills", cxtest::mbtilesOptions(path)));
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
     const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
 
@@ -672,7 +651,8 @@ TEST(TerrainTile, SkirtsReachDownPastTheGapsToFinerNeighbours)
         const auto* vertices = dynamic_cast<const osg::Vec3Array*>(geometryOf(model.get())->getVertexArray());
         const unsigned int n = 17;
         for (unsigned int r = 0; r < n; ++r)
-            border.points.push_back(toGeodetic(ellipsoid, osg::Vec3d((*vertices)[r * n]) + model->getMatrix().getTrans()));
+            border.points.push_back(
+                toGeodetic(ellipsoid, osg::Vec3d((*vertices)[r * n]) + model->getMatrix().getTrans()));
         // The skirt point under the south-west corner is the last one.
         const Geodetic low = toGeodetic(ellipsoid, osg::Vec3d(vertices->back()) + model->getMatrix().getTrans());
         border.skirt = border.points.front().height - low.height;
@@ -694,7 +674,8 @@ TEST(TerrainTile, SkirtsReachDownPastTheGapsToFinerNeighbours)
             const auto* vertices = dynamic_cast<const osg::Vec3Array*>(geometryOf(model.get())->getVertexArray());
             std::vector<Geodetic> east;
             for (unsigned int r = 0; r < 17; ++r)
-                east.push_back(toGeodetic(ellipsoid, osg::Vec3d((*vertices)[r * 17 + 16]) + model->getMatrix().getTrans()));
+                east.push_back(
+                    toGeodetic(ellipsoid, osg::Vec3d((*vertices)[r * 17 + 16]) + model->getMatrix().getTrans()));
             const double coarseSkirt = westBorder(coarse).skirt;
             for (const Geodetic& p : f.points)
             {

@@ -33,14 +33,6 @@ using globe::TileKey;
 namespace
 {
 
-MBTilesOptions optionsFor(const std::string& path)
-{
-    MBTilesOptions options;
-    options.setDriver("mbtiles");
-    options.filename() = path;
-    return options;
-}
-
 std::string makeImagery(const cxtest::TempDir& dir, const char* name, unsigned char r, unsigned char g,
                         unsigned char b)
 {
@@ -204,8 +196,8 @@ TEST_F(PagedTerrain, PagerThreadBuildsTilesDownToTheEyeAndExpiresThemBehindIt)
     cxtest::TempDir dir;
     osg::ref_ptr<MapNode> map = new MapNode;
     scene->addChild(map.get());
-    map->getMap()->addLayer(new ImageLayer("blue", optionsFor(makeImagery(dir, "blue.db", 0, 0, 255))));
-    map->getMap()->addLayer(new ElevationLayer("heights", optionsFor(makeHeights(dir))));
+    map->getMap()->addLayer(new ImageLayer("blue", cxtest::mbtilesOptions(makeImagery(dir, "blue.db", 0, 0, 255))));
+    map->getMap()->addLayer(new ElevationLayer("heights", cxtest::mbtilesOptions(makeHeights(dir))));
     map->getTerrainEngine()->setImageSize(32); // small textures: this is about paging
     map->getTerrainEngine()->setMaxLevel(14);
 
@@ -239,9 +231,10 @@ TEST_F(PagedTerrain, LayerChangesWhileThePagerBuildsRestartTheTerrain)
     osg::ref_ptr<MapNode> map = new MapNode;
     scene->addChild(map.get());
     map->getTerrainEngine()->setImageSize(32);
-    osg::ref_ptr<ImageLayer> blue = new ImageLayer("blue", optionsFor(makeImagery(dir, "blue.db", 0, 0, 255)));
-    osg::ref_ptr<ImageLayer> red = new ImageLayer("red", optionsFor(makeImagery(dir, "red.db", 255, 0, 0)));
-    osg::ref_ptr<ElevationLayer> heights = new ElevationLayer("heights", optionsFor(makeHeights(dir)));
+    osg::ref_ptr<ImageLayer> blue =
+        new ImageLayer("blue", cxtest::mbtilesOptions(makeImagery(dir, "blue.db", 0, 0, 255)));
+    osg::ref_ptr<ImageLayer> red = new ImageLayer("red", cxtest::mbtilesOptions(makeImagery(dir, "red.db", 255, 0, 0)));
+    osg::ref_ptr<ElevationLayer> heights = new ElevationLayer("heights", cxtest::mbtilesOptions(makeHeights(dir)));
     map->getMap()->addLayer(blue.get());
 
     // The host thread inserts and removes layers while the pager thread
