@@ -27,11 +27,16 @@ double accelerationCurve(double x, double a)
     return 1.0 - f(1.0 - x, -a);
 }
 
+// Brings an angle into [-180, 180] in one step; an angle that is not finite
+// is left as it is (subtracting turns from it would never end).
 double wrapDegrees180(double value)
 {
-    while (value > 180.0)
+    if (!std::isfinite(value))
+        return value;
+    value = std::fmod(value, 360.0);
+    if (value > 180.0)
         value -= 360.0;
-    while (value < -180.0)
+    else if (value < -180.0)
         value += 360.0;
     return value;
 }

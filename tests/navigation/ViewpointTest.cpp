@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 
 using M = CXEarthManipulator;
 using osgGA::GUIEventAdapter;
@@ -167,6 +168,22 @@ TEST(ManipulatorViewpoint, HeadingFrom170ToMinus170GoesThrough180)
     const CXViewport end = stepAt(*m, 1.0);
     EXPECT_NEAR(end.getHeading(), -170.0, 1e-6);
     EXPECT_FALSE(m->_settingViewpoint);
+}
+
+TEST(ManipulatorViewpoint, HeadingsOfManyTurnsWrapAtOnceAndEndlessOnesDoNotHang)
+{
+    osg::ref_ptr<osg::Group> scene;
+    osg::ref_ptr<M> m = boundManipulator(scene);
+    m->setViewpoint(CXViewport(osg::Vec3d(0, 0, 0), 10.0, -45.0, 100.0), 0.0);
+    // A million turns and 30 degrees: the flight turns by 20 degrees.
+    m->setViewpoint(CXViewport(osg::Vec3d(0, 0, 0), 360.0e6 + 30.0, -45.0, 100.0), 1.0);
+    EXPECT_NEAR(m->_deltaHeading, 20.0, 1e-6);
+    // Beyond any count of turns (and not finite at all) the request returns;
+    // the heading it asks for is kept as it came.
+    m->setViewpoint(CXViewport(osg::Vec3d(0, 0, 0), 1.0e300, -45.0, 100.0), 1.0);
+    EXPECT_TRUE(std::isfinite(m->_deltaHeading));
+    m->setViewpoint(CXViewport(osg::Vec3d(0, 0, 0), std::numeric_limits<double>::infinity(), -45.0, 100.0), 1.0);
+    EXPECT_TRUE(std::isinf(m->_deltaHeading));
 }
 
 TEST(ManipulatorViewpoint, OnAnEllipsoidSceneTheWorldXOfAFlightIsWrappedLikeALongitude)
