@@ -189,6 +189,11 @@ void ElevationLayer::setCacheSize(std::size_t tiles)
     _cache->setCapacity(tiles);
 }
 
+std::size_t ElevationLayer::getNumSourceTilesRead() const
+{
+    return _cache->loads();
+}
+
 void ElevationLayer::clearCaches()
 {
     _cache->clear();

@@ -166,6 +166,11 @@ void ImageLayer::setCacheSize(std::size_t tiles)
     _cache->setCapacity(tiles);
 }
 
+std::size_t ImageLayer::getNumSourceTilesRead() const
+{
+    return _cache->loads();
+}
+
 void ImageLayer::clearCaches()
 {
     _cache->clear();
@@ -232,10 +237,18 @@ osg::ref_ptr<osg::Image> ImageLayer::createImage(const TileKey& key, unsigned in
 
     // The window of source pixels the output needs, gathered from the source
     // tiles (or their ancestors) into one premultiplied mosaic.
+    // The pixel after the last sample point is needed only when its
+    // quantised bilinear weight is not zero. Where the output's tiling lines
+    // up with the source's, the last sample falls on a pixel centre, and
+    // leaving that pixel out spares decoding the neighbouring source tiles.
+    auto lastNeeded = [](double p) {
+        const double f = std::floor(p);
+        return static_cast<long long>(f) + (std::lround((p - f) * 256.0) > 0 ? 1 : 0);
+    };
     const long long xMin = static_cast<long long>(std::floor(X.front()));
-    const long long xMax = static_cast<long long>(std::floor(X.back())) + 1;
+    const long long xMax = lastNeeded(X.back());
     const long long yMin = std::clamp(static_cast<long long>(std::floor(yLow)), 0LL, static_cast<long long>(worldHeight) - 1);
-    const long long yMax = std::clamp(static_cast<long long>(std::floor(yHigh)) + 1, yMin, static_cast<long long>(worldHeight) - 1);
+    const long long yMax = std::clamp(lastNeeded(yHigh), yMin, static_cast<long long>(worldHeight) - 1);
     const long long mw = xMax - xMin + 1;
     const long long mh = yMax - yMin + 1;
     if (mw <= 0 || mh <= 0 || mw * mh > kMaxMosaicPixels)

@@ -5,6 +5,7 @@
 #ifndef CXVIEWER_GLOBE_TILECACHE_H
 #define CXVIEWER_GLOBE_TILECACHE_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -69,9 +70,13 @@ public:
         if (get(address, tile))
             return tile;
         tile = load();
+        _loads.fetch_add(1, std::memory_order_relaxed);
         put(address, tile);
         return tile;
     }
+
+    /** Number of tiles `getOrLoad` has loaded so far. */
+    std::size_t loads() const { return _loads.load(std::memory_order_relaxed); }
 
     void put(const TileAddress& address, Value value)
     {
@@ -123,6 +128,7 @@ private:
     }
 
     std::size_t _capacity;
+    std::atomic<std::size_t> _loads{0};
     mutable std::mutex _mutex;
     std::list<Entry> _order;
     std::unordered_map<TileAddress, typename std::list<Entry>::iterator, TileAddressHash> _index;

@@ -33,6 +33,39 @@ std::uint32_t pixelAt(const osg::Image& image, const TileKey& key, double lon, d
 
 } // namespace
 
+TEST(ImageLayer, TilesThatLineUpWithTheSourceReadOneSourceTileEach)
+{
+    // Geodetic level 1: four columns, two rows, a colour each.
+    cxtest::TempDir dir;
+    const std::string path = (dir.path() / "geodetic.db").string();
+    {
+        cxtest::MBTilesFile file(path);
+        file.metadata("profile", "geodetic");
+        file.metadata("format", "png");
+        for (int x = 0; x < 4; ++x)
+            for (int y = 0; y < 2; ++y)
+                file.tile(1, x, y, cxtest::encode(*cxtest::solidImage(256, 60 * x, 100 * y, 200), "png"));
+    }
+    osg::ref_ptr<ImageLayer> layer = new ImageLayer("aligned", cxtest::mbtilesOptions(path));
+    // The east and south neighbours would only add pixels of weight zero:
+    // they are not read.
+    osg::ref_ptr<osg::Image> image = layer->createImage(TileKey(1, 1, 0), 256);
+    ASSERT_TRUE(image.valid());
+    EXPECT_EQ(layer->getNumSourceTilesRead(), 1u);
+    for (int i : {0, 255})
+        for (int j : {0, 255})
+            EXPECT_EQ(cxtest::rgbaAt(*image, i, j), 0x3C00C8FFu) << i << ", " << j;
+    // Again: from the cache, nothing more is read.
+    ASSERT_TRUE(layer->createImage(TileKey(1, 1, 0), 256).valid());
+    EXPECT_EQ(layer->getNumSourceTilesRead(), 1u);
+    // At twice the size the outermost samples lie a quarter pixel outside
+    // the outermost source pixel centres and blend with the neighbours to
+    // the west, east and north (the south edge is the pole): the tile and
+    // its five neighbours, of which the north-western one is cached already.
+    ASSERT_TRUE(layer->createImage(TileKey(1, 2, 1), 512).valid());
+    EXPECT_EQ(layer->getNumSourceTilesRead(), 1u + 5u);
+}
+
 TEST(ImageLayer, HemispheresShowTheRightMercatorTiles)
 {
     cxtest::TempDir dir;
