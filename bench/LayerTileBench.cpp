@@ -5,6 +5,7 @@
 // 256 x 256 JPEG tile and one 256 x 256 Terrain-RGB PNG tile: the least any
 // tile build must spend on its data. Prints both rates and their ratio.
 #include "MBTilesTestFiles.h"
+#include "MedianReporter.h"
 
 #include <globe/ElevationLayer>
 #include <globe/ImageLayer>
@@ -15,7 +16,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <sstream>
 #include <unistd.h>
 
@@ -138,39 +138,21 @@ BENCHMARK(BM_DecodeOneJpegAndOneHeightTile)->Unit(benchmark::kMicrosecond)->Repe
 BENCHMARK(BM_LayerTileColdImagery)->Unit(benchmark::kMicrosecond)->Repetitions(5)->ReportAggregatesOnly(true);
 BENCHMARK(BM_LayerTileDefaultCache)->Unit(benchmark::kMicrosecond)->Repetitions(5)->ReportAggregatesOnly(true);
 
-class MedianReporter : public benchmark::ConsoleReporter
-{
-public:
-    void ReportRuns(const std::vector<Run>& runs) override
-    {
-        for (const Run& run : runs)
-        {
-            if (run.aggregate_name != "median")
-                continue;
-            auto found = run.counters.find("items_per_second");
-            if (found != run.counters.end())
-                medians[run.run_name.function_name] = found->second.value;
-        }
-        ConsoleReporter::ReportRuns(runs);
-    }
-    std::map<std::string, double> medians;
-};
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
+    argv = cxbench::initializeInterleaved(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     data(); // made before timing
-    MedianReporter reporter;
+    cxbench::MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
 
-    const double decode = reporter.medians["BM_DecodeOneJpegAndOneHeightTile"];
-    const double cold = reporter.medians["BM_LayerTileColdImagery"];
-    const double cached = reporter.medians["BM_LayerTileDefaultCache"];
+    const double decode = reporter.median("BM_DecodeOneJpegAndOneHeightTile");
+    const double cold = reporter.median("BM_LayerTileColdImagery");
+    const double cached = reporter.median("BM_LayerTileDefaultCache");
     if (decode > 0.0 && cold > 0.0 && cached > 0.0)
         std::printf("\nterrain tile data (256^2 image + 17x17 heights), one core: cold imagery %.0f tiles/s, default "
                     "cache %.0f tiles/s; decoding alone %.0f tiles/s; ratios %.2f and %.2f\n",

@@ -1,12 +1,14 @@
-// A console reporter that also keeps, per benchmark, the median of its
-// throughput (items per second), so that a program can print the ratio of a
-// measurement to the baseline taken in the same run. Benchmarks without
-// repetitions report one run, which is kept as its own median.
+// What the benchmark programs share: a console reporter that also keeps, per
+// benchmark, the median of its throughput (items per second), so that a
+// program can print the ratio of a measurement to the baseline taken in the
+// same run (benchmarks without repetitions report one run, kept as its own
+// median), and a start that interleaves the repetitions of all benchmarks.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -41,5 +43,23 @@ public:
 private:
     std::map<std::string, double> _medians;
 };
+
+/** Initializes Google Benchmark with the repetitions of all benchmarks run
+  * in random interleaved order, so that a change of the machine's speed
+  * during the run (other work, clock changes) touches a measurement and its
+  * baseline alike. An option on the command line comes after, and wins.
+  * Returns the arguments Google Benchmark did not take, `*argc` of them. */
+inline char** initializeInterleaved(int* argc, char** argv)
+{
+    static std::vector<char*> args;
+    static char interleave[] = "--benchmark_enable_random_interleaving=true";
+    args.assign(argv, argv + *argc);
+    args.insert(args.begin() + (args.empty() ? 0 : 1), interleave);
+    args.push_back(nullptr);
+    int count = static_cast<int>(args.size()) - 1;
+    benchmark::Initialize(&count, args.data());
+    *argc = count;
+    return args.data();
+}
 
 } // namespace cxbench

@@ -86,7 +86,7 @@ BENCHMARK(BM_SpatialReferenceTransform)->Unit(benchmark::kMillisecond)->Repetiti
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
+    argv = cxbench::initializeInterleaved(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     cxbench::MedianReporter reporter;

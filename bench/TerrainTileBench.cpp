@@ -312,7 +312,7 @@ void report(const cxbench::MedianReporter& reporter, const char* set)
 
 int main(int argc, char** argv)
 {
-    benchmark::Initialize(&argc, argv);
+    argv = cxbench::initializeInterleaved(&argc, argv);
     add("BM_TerrainTileBuild/synthetic", [](benchmark::State& s) { buildTiles(s, synthetic()); }, 2.0);
     add("BM_DecodeTileData/synthetic", [](benchmark::State& s) { decodeTiles(s, synthetic()); }, 0.5);
     add("BM_TerrainTileBuildSharedHeights", BM_TerrainTileBuildSharedHeights, 2.0);
