@@ -372,8 +372,9 @@ bool MBTilesSource::openInfo(std::shared_ptr<Info>& result, std::string& message
 
     info->format = extensionFor(_options.format() ? *_options.format() : meta("format"));
 
-    const std::string encoding = osgDB::convertToLowerCase(osgDB::trimEnclosingSpaces(_options.elevationEncoding() ? *_options.elevationEncoding()
-                                                                          : meta("elevation_encoding")));
+    const std::string encodingName =
+        _options.elevationEncoding() ? *_options.elevationEncoding() : meta("elevation_encoding");
+    const std::string encoding = osgDB::convertToLowerCase(osgDB::trimEnclosingSpaces(encodingName));
     info->encoding = encoding == "terrarium" ? ElevationEncoding::TERRARIUM : ElevationEncoding::MAPBOX;
 
     info->hasBounds = parseBounds(meta("bounds"), info->bounds);
