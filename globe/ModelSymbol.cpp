@@ -3,33 +3,11 @@
 namespace globe
 {
 
+// Copies take the symbol's values; osg::Referenced gives a copy a reference
+// count of its own and leaves the count out of an assignment.
 ModelSymbol::ModelSymbol() = default;
-
-ModelSymbol::ModelSymbol(const ModelSymbol& rhs)
-    : osg::Referenced()
-    , _model(rhs._model)
-    , _heading(rhs._heading)
-    , _pitch(rhs._pitch)
-    , _roll(rhs._roll)
-    , _scaleX(rhs._scaleX)
-    , _scaleY(rhs._scaleY)
-    , _scaleZ(rhs._scaleZ)
-{
-}
-
-ModelSymbol& ModelSymbol::operator=(const ModelSymbol& rhs)
-{
-    // The reference count is the object's own and is not assigned.
-    _model = rhs._model;
-    _heading = rhs._heading;
-    _pitch = rhs._pitch;
-    _roll = rhs._roll;
-    _scaleX = rhs._scaleX;
-    _scaleY = rhs._scaleY;
-    _scaleZ = rhs._scaleZ;
-    return *this;
-}
-
+ModelSymbol::ModelSymbol(const ModelSymbol& rhs) = default;
+ModelSymbol& ModelSymbol::operator=(const ModelSymbol& rhs) = default;
 ModelSymbol::~ModelSymbol() = default;
 
 } // namespace globe

@@ -3,26 +3,11 @@
 namespace globe
 {
 
+// Copies take the symbol's values; osg::Referenced gives a copy a reference
+// count of its own and leaves the count out of an assignment.
 TextSymbol::TextSymbol() = default;
-
-TextSymbol::TextSymbol(const TextSymbol& rhs)
-    : osg::Referenced()
-    , _size(rhs._size)
-    , _font(rhs._font)
-    , _encoding(rhs._encoding)
-    , _fill(rhs._fill)
-{
-}
-
-TextSymbol& TextSymbol::operator=(const TextSymbol& rhs)
-{
-    _size = rhs._size;
-    _font = rhs._font;
-    _encoding = rhs._encoding;
-    _fill = rhs._fill;
-    return *this;
-}
-
+TextSymbol::TextSymbol(const TextSymbol& rhs) = default;
+TextSymbol& TextSymbol::operator=(const TextSymbol& rhs) = default;
 TextSymbol::~TextSymbol() = default;
 
 } // namespace globe

@@ -140,6 +140,16 @@ TEST(Style, CopyingCopiesTheSymbols)
     ASSERT_NE(assigned.getModelSymbol(), nullptr);
     EXPECT_EQ(assigned.getModelSymbol()->heading(), 90.0);
 
+    // A symbol's own copy takes its values and a reference count of its
+    // own; assigning one leaves the count as it was.
+    osg::ref_ptr<globe::ModelSymbol> modelCopy = new globe::ModelSymbol(*original.getModelSymbol());
+    EXPECT_EQ(modelCopy->referenceCount(), 1);
+    EXPECT_EQ(modelCopy->getScale(), osg::Vec3d(2, 3, 4));
+    const int held = copy.getTextSymbol()->referenceCount();
+    *copy.getTextSymbol() = *original.getTextSymbol();
+    EXPECT_EQ(copy.getTextSymbol()->referenceCount(), held);
+    EXPECT_EQ(copy.getTextSymbol()->size(), 16.0);
+
     // A copy of a style without symbols has none.
     globe::Style empty;
     globe::Style emptyCopy(empty);
