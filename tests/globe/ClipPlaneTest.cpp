@@ -1,5 +1,7 @@
 // Near and far planes over the globe, from the rule and through a real cull
 // traversal of a camera, without a window.
+#include "EarthPoints.h"
+
 #include <globe/AutoClipPlaneCullCallback>
 #include <globe/MapNode>
 
@@ -19,31 +21,19 @@
 namespace
 {
 
-const osg::EllipsoidModel& wgs84()
-{
-    static osg::ref_ptr<osg::EllipsoidModel> e = new osg::EllipsoidModel;
-    return *e;
-}
-
-osg::Vec3d world(double lonDeg, double latDeg, double height)
-{
-    double x = 0, y = 0, z = 0;
-    wgs84().convertLatLongHeightToXYZ(osg::DegreesToRadians(latDeg), osg::DegreesToRadians(lonDeg), height, x, y, z);
-    return osg::Vec3d(x, y, z);
-}
-
 osg::Vec3d upAt(double lonDeg, double latDeg)
 {
-    return wgs84().computeLocalUpVector(world(lonDeg, latDeg, 0.0).x(), world(lonDeg, latDeg, 0.0).y(),
-                                        world(lonDeg, latDeg, 0.0).z());
+    return cxtest::wgs84().computeLocalUpVector(cxtest::worldOf(lonDeg, latDeg, 0.0).x(),
+                                                cxtest::worldOf(lonDeg, latDeg, 0.0).y(),
+                                                cxtest::worldOf(lonDeg, latDeg, 0.0).z());
 }
 
 // True when the segment from `from` to `to` passes through the ellipsoid's
 // inside (in the space where the ellipsoid is the unit sphere).
 bool segmentEntersEllipsoid(const osg::Vec3d& from, const osg::Vec3d& to)
 {
-    const double a = wgs84().getRadiusEquator();
-    const double b = wgs84().getRadiusPolar();
+    const double a = cxtest::wgs84().getRadiusEquator();
+    const double b = cxtest::wgs84().getRadiusPolar();
     const osg::Vec3d o(from.x() / a, from.y() / a, from.z() / b);
     const osg::Vec3d p(to.x() / a, to.y() / a, to.z() / b);
     const osg::Vec3d d = p - o;
@@ -78,7 +68,7 @@ Sampled sampleVisibleGlobe(const osg::Vec3d& eye, double groundHeight, double st
         {
             for (double h : {0.0, groundHeight})
             {
-                const osg::Vec3d p = world(lon, lat, h);
+                const osg::Vec3d p = cxtest::worldOf(lon, lat, h);
                 if (segmentEntersEllipsoid(eye, p))
                     continue;
                 if (h == 0.0 && (eye - p) * upAt(lon, lat) < 0.0)
@@ -157,8 +147,8 @@ struct GroundScene
         globeGeode->addDrawable(new osg::ShapeDrawable(new osg::Sphere(osg::Vec3(), osg::WGS_84_RADIUS_POLAR)));
         map->addChild(globeGeode);
         osg::Matrixd frame;
-        wgs84().computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(lat), osg::DegreesToRadians(lon),
-                                                              groundHeight, frame);
+        cxtest::wgs84().computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(lat),
+                                                                      osg::DegreesToRadians(lon), groundHeight, frame);
         auto* place = new osg::MatrixTransform(osg::Matrixd::translate(0, 60, 60) * frame);
         auto* boxGeode = new osg::Geode;
         boxGeode->addDrawable(new osg::ShapeDrawable(new osg::Box(osg::Vec3(), 20.0f, 20.0f, 120.0f)));
@@ -187,7 +177,7 @@ TEST(AutoClipPlanes, WholeVisibleGlobeFitsFromEveryHeight)
     {
         for (const auto& place : places)
         {
-            const osg::Vec3d eye = world(place[0], place[1], h);
+            const osg::Vec3d eye = cxtest::worldOf(place[0], place[1], h);
             double zNear = 0, zFar = 0;
             ASSERT_TRUE(clip->computeClipPlanes(eye, zNear, zFar));
             EXPECT_GT(zNear, 0.0);
@@ -207,7 +197,7 @@ TEST(AutoClipPlanes, WholeVisibleGlobeFitsFromEveryHeight)
 TEST(AutoClipPlanes, WholeEarthFrom20000Kilometres)
 {
     osg::ref_ptr<globe::AutoClipPlaneCullCallback> clip = new globe::AutoClipPlaneCullCallback;
-    const osg::Vec3d eye = world(109.0, 32.0, 2.0e7);
+    const osg::Vec3d eye = cxtest::worldOf(109.0, 32.0, 2.0e7);
     double zNear = 0, zFar = 0;
     ASSERT_TRUE(clip->computeClipPlanes(eye, zNear, zFar));
     // The disc of the Earth seen from there: from the sub-eye point to the limb.
@@ -227,7 +217,7 @@ TEST(AutoClipPlanes, FiftyMetreBuildingFromAHundredMetresOverTheGround)
     // Over the coast near the sea level, and over the Tibetan plateau.
     for (double ground : {0.0, 4500.0})
     {
-        const osg::Vec3d eye = world(116.39, 39.91, ground + 100.0);
+        const osg::Vec3d eye = cxtest::worldOf(116.39, 39.91, ground + 100.0);
         double zNear = 0, zFar = 0;
         ASSERT_TRUE(clip->computeClipPlanes(eye, zNear, zFar));
         // Any point of a building 50 m away is at least 50 m * cos(60) deep.
@@ -249,7 +239,7 @@ TEST(AutoClipPlanes, NearGrowsWithClearanceOverTheHighestGround)
     for (double h : {100.0, 9000.0, 10000.0, 50000.0, 500000.0, 5.0e6, 2.0e7})
     {
         double zNear = 0, zFar = 0;
-        ASSERT_TRUE(clip->computeClipPlanes(world(10.0, 50.0, h), zNear, zFar));
+        ASSERT_TRUE(clip->computeClipPlanes(cxtest::worldOf(10.0, 50.0, h), zNear, zFar));
         EXPECT_GE(zNear, previous) << h;
         EXPECT_GE(zNear, 1.0);
         // A mountain top right under the eye is still well beyond near.
@@ -257,7 +247,7 @@ TEST(AutoClipPlanes, NearGrowsWithClearanceOverTheHighestGround)
         previous = zNear;
     }
     double zNear = 0, zFar = 0;
-    clip->computeClipPlanes(world(10.0, 50.0, 100.0), zNear, zFar);
+    clip->computeClipPlanes(cxtest::worldOf(10.0, 50.0, 100.0), zNear, zFar);
     EXPECT_DOUBLE_EQ(zNear, 1.0);
 }
 
@@ -371,8 +361,8 @@ TEST(AutoClipPlanes, SomethingNearerThanTheRuleAllowsPullsNearIn)
     osg::ref_ptr<osg::Camera> camera = new osg::Camera;
     osg::ref_ptr<globe::MapNode> map = new globe::MapNode;
     osg::Matrixd frame;
-    wgs84().computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(30.0), osg::DegreesToRadians(100.0),
-                                                          20000.0, frame);
+    cxtest::wgs84().computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(30.0),
+                                                                  osg::DegreesToRadians(100.0), 20000.0, frame);
     auto* place = new osg::MatrixTransform(osg::Matrixd::translate(0, 40, 0) * frame);
     auto* geode = new osg::Geode;
     geode->addDrawable(new osg::ShapeDrawable(new osg::Box(osg::Vec3(), 10.0f)));

@@ -1,6 +1,7 @@
 // The sky, the sun light and the clip planes in real frames on an X display:
 // a globe-sized ellipsoid from 20,000 km with the atmosphere around it, its
 // day and night sides, and a building 50 m from an eye 100 m over the ground.
+#include "EarthPoints.h"
 #include "ViewerFixture.h"
 
 #include <globe/AutoClipPlaneCullCallback>
@@ -27,24 +28,11 @@ namespace
 
 constexpr double kFovy = 30.0;
 
-const osg::EllipsoidModel& wgs84()
-{
-    static osg::ref_ptr<osg::EllipsoidModel> e = new osg::EllipsoidModel;
-    return *e;
-}
-
-osg::Vec3d world(double lonDeg, double latDeg, double height)
-{
-    double x = 0, y = 0, z = 0;
-    wgs84().convertLatLongHeightToXYZ(osg::DegreesToRadians(latDeg), osg::DegreesToRadians(lonDeg), height, x, y, z);
-    return osg::Vec3d(x, y, z);
-}
-
 osg::Matrixd enuFrame(double lonDeg, double latDeg, double height)
 {
     osg::Matrixd frame;
-    wgs84().computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(latDeg), osg::DegreesToRadians(lonDeg),
-                                                          height, frame);
+    cxtest::wgs84().computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(latDeg),
+                                                                  osg::DegreesToRadians(lonDeg), height, frame);
     return frame;
 }
 
@@ -69,9 +57,9 @@ osg::Geode* makeEllipsoid()
         for (int j = 0; j <= cols; ++j)
         {
             const double lat = -90.0 + i, lon = -180.0 + j;
-            const osg::Vec3d p = world(lon, lat, 0.0);
+            const osg::Vec3d p = cxtest::worldOf(lon, lat, 0.0);
             vertices->push_back(p);
-            normals->push_back(wgs84().computeLocalUpVector(p.x(), p.y(), p.z()));
+            normals->push_back(cxtest::wgs84().computeLocalUpVector(p.x(), p.y(), p.z()));
         }
     }
     auto* triangles = new osg::DrawElementsUInt(GL_TRIANGLES);
@@ -165,7 +153,7 @@ protected:
     // (the prime meridian's direction over a pole).
     void lookFromSpace(double lonDeg, double latDeg, double height)
     {
-        const osg::Vec3d eye = world(lonDeg, latDeg, height);
+        const osg::Vec3d eye = cxtest::worldOf(lonDeg, latDeg, height);
         const osg::Vec3d up = std::fabs(latDeg) > 80.0 ? osg::Vec3d(-1, 0, 0) : osg::Vec3d(0, 0, 1);
         camera->setViewMatrixAsLookAt(eye, osg::Vec3d(0, 0, 0), up);
     }
@@ -227,7 +215,7 @@ TEST_F(SkyGL, GlobeFromFarWithTheSkyBehindIt)
     saveScreenshot(*image, "sky_globe_from_20000km");
 
     const int cx = windowWidth / 2, cy = windowHeight / 2;
-    const double distance = world(42.1, -21.7, height).length();
+    const double distance = cxtest::worldOf(42.1, -21.7, height).length();
     const double disc = discRadiusPixels(distance, osg::WGS_84_RADIUS_EQUATOR);
     ASSERT_GT(disc, 50.0);
     ASSERT_LT(disc + 8.0, cy);
@@ -413,7 +401,8 @@ TEST_F(SkyGroundGL, BuildingFiftyMetresAwayIsNotClipped)
     ASSERT_TRUE(project(towerFaceCentre, x, y));
     EXPECT_NEAR(x, windowWidth / 2.0, 1.0);
     for (int dy : {0, 40, 100})
-        EXPECT_TRUE(isRed(pixelAt(*image, int(x), int(y) + dy))) << dy << ": " << str(pixelAt(*image, int(x), int(y) + dy));
+        EXPECT_TRUE(isRed(pixelAt(*image, int(x), int(y) + dy)))
+            << dy << ": " << str(pixelAt(*image, int(x), int(y) + dy));
     ASSERT_TRUE(project(towerTopFront, x, y));
     EXPECT_TRUE(isRed(pixelAt(*image, int(x), int(y) + 2))) << str(pixelAt(*image, int(x), int(y) + 2));
     EXPECT_TRUE(isRed(pixelAt(*image, int(x) - 50, int(y) + 10)));

@@ -1,4 +1,6 @@
 // Styles and their symbols, model placement, and the top-most node search.
+#include "EarthPoints.h"
+
 #include <globe/FindTopMostNodeOfTypeVisitor>
 #include <globe/GeoPoint>
 #include <globe/MapNode>
@@ -16,13 +18,6 @@
 
 namespace
 {
-
-osg::Vec3d world(const osg::EllipsoidModel& e, double lonDeg, double latDeg, double height)
-{
-    double x = 0, y = 0, z = 0;
-    e.convertLatLongHeightToXYZ(osg::DegreesToRadians(latDeg), osg::DegreesToRadians(lonDeg), height, x, y, z);
-    return osg::Vec3d(x, y, z);
-}
 
 // Unit vectors east, north and up at a point.
 void enu(const osg::EllipsoidModel& e, double lonDeg, double latDeg, osg::Vec3d& east, osg::Vec3d& north,
@@ -201,7 +196,7 @@ TEST(ModelNode, PlacedAtTheRightEarthCentredPoint)
         EXPECT_EQ(node->getPosition(), p);
         const osg::Matrixd& m = node->getTransform()->getMatrix();
         // The model's origin lands on the point.
-        expectNear(osg::Vec3d() * m, world(e, p.x(), p.y(), p.z()), 1e-6, "origin");
+        expectNear(osg::Vec3d() * m, cxtest::worldOf(e, p.x(), p.y(), p.z()), 1e-6, "origin");
         // Its axes are east, north and up there.
         osg::Vec3d east, north, up;
         enu(e, p.x(), p.y(), east, north, up);
@@ -228,7 +223,7 @@ TEST(ModelNode, PositionFromAGeoPoint)
     EXPECT_NEAR(node->getPosition().y(), 39.91, 1e-9);
     EXPECT_NEAR(node->getPosition().z(), 45.0, 1e-6);
     expectNear(osg::Vec3d() * node->getTransform()->getMatrix(),
-               world(*map->getEllipsoidModel(), 116.39, 39.91, 45.0), 1e-3, "geographic point");
+               cxtest::worldOf(*map->getEllipsoidModel(), 116.39, 39.91, 45.0), 1e-3, "geographic point");
 
     // A UTM point (zone 50N) lands where PROJ puts it.
     const globe::SpatialReference* utm = globe::SpatialReference::create("epsg:32650");
@@ -296,7 +291,7 @@ TEST(ModelNode, HeadingPitchRollAndScale)
     expectNear(turn(m, osg::Vec3d(0, 1, 0)), east * 3.0, 1e-9, "scaled nose");
     expectNear(turn(m, osg::Vec3d(1, 0, 0)), -north * 2.0, 1e-9, "scaled side");
     expectNear(turn(m, osg::Vec3d(0, 0, 1)), up * 4.0, 1e-9, "scaled height");
-    expectNear(osg::Vec3d() * m, world(e, 116.0, 40.0, 0.0), 1e-6, "origin under scale");
+    expectNear(osg::Vec3d() * m, cxtest::worldOf(e, 116.0, 40.0, 0.0), 1e-6, "origin under scale");
 }
 
 TEST(ModelNode, SettersUpdateTheTransformAndTheModel)
@@ -319,8 +314,8 @@ TEST(ModelNode, SettersUpdateTheTransformAndTheModel)
     // A style without a model symbol leaves the transform empty but placed.
     node->setStyle(globe::Style());
     EXPECT_EQ(node->getTransform()->getNumChildren(), 0u);
-    expectNear(osg::Vec3d() * node->getTransform()->getMatrix(), world(*map->getEllipsoidModel(), 10, 20, 30), 1e-6,
-               "still placed");
+    expectNear(osg::Vec3d() * node->getTransform()->getMatrix(), cxtest::worldOf(*map->getEllipsoidModel(), 10, 20, 30),
+               1e-6, "still placed");
 
     // Another map node's ellipsoid moves the model.
     osg::ref_ptr<globe::MapNode> round = new globe::MapNode;
