@@ -214,9 +214,9 @@ osg::ref_ptr<osg::HeightField> ElevationLayer::createHeightField(const TileKey& 
     if (!getEnabled() || !key.valid())
         return nullptr;
     osg::ref_ptr<MBTilesSource> source = getTileSource();
-    if (!source || !source->hasLevels())
+    SourceTiling tiling;
+    if (!source || !SourceTiling::of(*source, tiling))
         return nullptr;
-    const SourceTiling tiling = SourceTiling::of(*source);
     cols = std::clamp(cols, 2u, 1025u);
     rows = std::clamp(rows, 2u, 1025u);
 
@@ -263,9 +263,9 @@ bool ElevationLayer::getHeight(double lon, double lat, float& height) const
     if (!getEnabled())
         return false;
     osg::ref_ptr<MBTilesSource> source = getTileSource();
-    if (!source || !source->hasLevels())
+    SourceTiling tiling;
+    if (!source || !SourceTiling::of(*source, tiling))
         return false;
-    const SourceTiling tiling = SourceTiling::of(*source);
     const MBTilesSource& src = *source;
     LevelSampler sampler(tiling, tiling.maxZoom,
                          [this, &src](int lz, unsigned int x, unsigned int y) { return loadTile(src, lz, x, y); });

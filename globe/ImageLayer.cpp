@@ -190,9 +190,9 @@ osg::ref_ptr<osg::Image> ImageLayer::createImage(const TileKey& key, unsigned in
     if (!getEnabled() || !key.valid())
         return nullptr;
     osg::ref_ptr<MBTilesSource> source = getTileSource();
-    if (!source || !source->hasLevels())
+    SourceTiling tiling;
+    if (!source || !SourceTiling::of(*source, tiling))
         return nullptr;
-    const SourceTiling tiling = SourceTiling::of(*source);
 
     const int W = static_cast<int>(std::clamp(size, 1u, 4096u));
     const int H = W;

@@ -75,7 +75,7 @@ int Layer::getMinLevel() const
 int Layer::getMaxLevel() const
 {
     osg::ref_ptr<MBTilesSource> source = getTileSource();
-    return source && source->hasLevels() ? source->getMaxLevel() : -1;
+    return source ? source->getMaxLevel() : -1;
 }
 
 bool Layer::mayHaveData(const TileKey& key) const
@@ -83,9 +83,9 @@ bool Layer::mayHaveData(const TileKey& key) const
     if (!getEnabled() || !key.valid())
         return false;
     osg::ref_ptr<MBTilesSource> source = getTileSource();
-    if (!source || !source->hasLevels())
+    detail::SourceTiling tiling;
+    if (!source || !detail::SourceTiling::of(*source, tiling))
         return false;
-    const detail::SourceTiling tiling = detail::SourceTiling::of(*source);
     if (key.south() >= tiling.maxLatitude() || key.north() <= -tiling.maxLatitude())
         return false;
     double west, south, east, north;

@@ -460,6 +460,20 @@ std::shared_ptr<const MBTilesSource::Info> MBTilesSource::info() const
     return _info;
 }
 
+MBTilesSource::Layout MBTilesSource::getLayout() const
+{
+    Layout layout;
+    if (auto i = info())
+    {
+        layout.profile = i->profile;
+        layout.hasLevels = i->hasLevels;
+        layout.minLevel = i->minZoom;
+        layout.maxLevel = i->maxZoom;
+        layout.tileSize = i->tileSize;
+    }
+    return layout;
+}
+
 MBTilesSource::Profile MBTilesSource::getProfile() const
 {
     auto i = info();

@@ -25,14 +25,16 @@ struct SourceTiling
     int maxZoom = -1;
     int tileSize = 256;
 
-    static SourceTiling of(const MBTilesSource& source)
+    /** The tiling of `source` from one snapshot of it; false when the
+      * source has no levels (no tiles, or closed meanwhile). */
+    static bool of(const MBTilesSource& source, SourceTiling& t)
     {
-        SourceTiling t;
-        t.mercator = source.getProfile() == MBTilesSource::SPHERICAL_MERCATOR;
-        t.minZoom = source.getMinLevel();
-        t.maxZoom = source.getMaxLevel();
-        t.tileSize = std::max(1, source.getTileSize());
-        return t;
+        const MBTilesSource::Layout layout = source.getLayout();
+        t.mercator = layout.profile == MBTilesSource::SPHERICAL_MERCATOR;
+        t.minZoom = layout.minLevel;
+        t.maxZoom = layout.maxLevel;
+        t.tileSize = std::max(1, layout.tileSize);
+        return layout.hasLevels && t.maxZoom >= t.minZoom;
     }
 
     double maxLatitude() const { return mercator ? kMercatorMaxLatitude : 90.0; }

@@ -53,6 +53,12 @@ TEST(MBTilesSource, ReadsTilesByTmsRow)
     EXPECT_EQ(source->getMaxLevel(), 1);
     EXPECT_EQ(source->getTileSize(), 256);
     EXPECT_EQ(source->getFormat(), "png");
+    const MBTilesSource::Layout layout = source->getLayout();
+    EXPECT_EQ(layout.profile, MBTilesSource::SPHERICAL_MERCATOR);
+    EXPECT_TRUE(layout.hasLevels);
+    EXPECT_EQ(layout.minLevel, 1);
+    EXPECT_EQ(layout.maxLevel, 1);
+    EXPECT_EQ(layout.tileSize, 256);
 
     // Rows here count from the north.
     osg::ref_ptr<osg::Image> nw = source->readImage(1, 0, 0);
@@ -390,9 +396,14 @@ TEST(MBTilesSource, CloseAndReopen)
     }
     osg::ref_ptr<MBTilesSource> source = openSource(path);
     EXPECT_TRUE(source->readImage(0, 0, 0));
+    EXPECT_TRUE(source->getLayout().hasLevels);
     source->close();
     EXPECT_FALSE(source->isOpen());
     EXPECT_FALSE(source->readImage(0, 0, 0));
+    // Closed: a layout without levels, as a whole.
+    const MBTilesSource::Layout closed = source->getLayout();
+    EXPECT_FALSE(closed.hasLevels);
+    EXPECT_LT(closed.maxLevel, closed.minLevel);
     EXPECT_TRUE(source->open());
     EXPECT_TRUE(source->open());
     EXPECT_TRUE(source->readImage(0, 0, 0));
