@@ -48,6 +48,14 @@ void civilFromDays(long long z, int& year, int& month, int& day)
     year = static_cast<int>(yoe + era * 400 + (month <= 2 ? 1 : 0));
 }
 
+// Whole seconds of the day in an hour count. Hours made from whole seconds
+// (s / 3600.0) come back a hair under s when multiplied out again, so a
+// micro-second of slack keeps them whole instead of dropping a second.
+long long secondsOfDay(double hours)
+{
+    return std::min(static_cast<long long>(std::floor(hours * 3600.0 + 1e-6)), 86399LL);
+}
+
 } // namespace
 
 DateTime::DateTime()
@@ -119,12 +127,12 @@ double DateTime::getDaysSinceJ2000() const
 std::time_t DateTime::asTimeStamp() const
 {
     const long long days = daysFromCivil(_year, _month, _day);
-    return static_cast<std::time_t>(days * 86400 + static_cast<long long>(std::floor(_hours * 3600.0)));
+    return static_cast<std::time_t>(days * 86400 + secondsOfDay(_hours));
 }
 
 std::string DateTime::asISO8601() const
 {
-    const long long seconds = std::min(static_cast<long long>(std::floor(_hours * 3600.0 + 1e-6)), 86399LL);
+    const long long seconds = secondsOfDay(_hours);
     char text[64];
     std::snprintf(text, sizeof(text), "%04d-%02d-%02dT%02lld:%02lld:%02lldZ", _year, _month, _day,
                   seconds / 3600, (seconds / 60) % 60, seconds % 60);

@@ -151,6 +151,17 @@ TEST(DateTime, DefaultIsNow)
     EXPECT_LE(now.asTimeStamp(), after);
 }
 
+TEST(DateTime, TimeStampsOfWholeSecondsComeBackExactly)
+{
+    // Every second of one day, and some far from 1970 on both sides.
+    const std::time_t day = 1763769600; // 2025-11-22 00:00:00 UTC
+    for (std::time_t t = day; t < day + 86400; ++t)
+        ASSERT_EQ(globe::DateTime(t).asTimeStamp(), t) << "seconds " << t;
+    for (const std::time_t t : {std::time_t(-86399), std::time_t(-1), std::time_t(0), std::time_t(3601),
+                                std::time_t(4102444799)})
+        EXPECT_EQ(globe::DateTime(t).asTimeStamp(), t) << "seconds " << t;
+}
+
 // ---------------------------------------------------------------- the sun
 
 TEST(SunPosition, November30th2018At0900UTC)
