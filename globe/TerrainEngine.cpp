@@ -124,6 +124,18 @@ double TerrainEngine::getSkirtRatio() const
     return _settings->values.skirtRatio;
 }
 
+void TerrainEngine::setHorizonCulling(bool on)
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    _settings->values.horizonCulling = on;
+}
+
+bool TerrainEngine::getHorizonCulling() const
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _settings->values.horizonCulling;
+}
+
 bool TerrainEngine::sync()
 {
     const unsigned int revision = _map->getRevision();

@@ -63,7 +63,7 @@ unsigned int TerrainTileBuilder::gridPointsFor(const TileKey& key) const
 bool TerrainSettings::operator==(const TerrainSettings& rhs) const
 {
     return tileGridSize == rhs.tileGridSize && imageSize == rhs.imageSize && maxLevel == rhs.maxLevel
-           && rangeFactor == rhs.rangeFactor && skirtRatio == rhs.skirtRatio;
+           && rangeFactor == rhs.rangeFactor && skirtRatio == rhs.skirtRatio && horizonCulling == rhs.horizonCulling;
 }
 
 void baseColourAt(double latitude, unsigned char rgb[3])
@@ -84,6 +84,8 @@ TerrainTileBuilder::TerrainTileBuilder(const Map* map, const osg::EllipsoidModel
     // Tiles are made afresh for every request: nothing to cache by name.
     _options->setObjectCacheHint(osgDB::Options::CACHE_NONE);
     _options->setUserData(new BuilderLink(this));
+    if (_settings.horizonCulling)
+        _horizonCull = new HorizonCullCallback(_ellipsoid.get());
 }
 
 TerrainTileBuilder::~TerrainTileBuilder() = default;
@@ -217,7 +219,10 @@ osg::ref_ptr<osg::Node> TerrainTileBuilder::createTileNode(const TileKey& key) c
     if (!model)
         return nullptr;
     if (key.getLevelOfDetail() >= _settings.maxLevel)
+    {
+        model->setCullCallback(_horizonCull.get());
         return model;
+    }
 
     osg::ref_ptr<osg::PagedLOD> plod = new osg::PagedLOD;
     plod->setName(key.str());
@@ -229,6 +234,8 @@ osg::ref_ptr<osg::Node> TerrainTileBuilder::createTileNode(const TileKey& key) c
     plod->addChild(model.get(), static_cast<float>(bounds.splitDistance), FLT_MAX);
     plod->setFileName(1, childrenFileName(key));
     plod->setRange(1, 0.0f, static_cast<float>(bounds.splitDistance));
+    // Behind the horizon neither the tile nor its children are drawn or asked for.
+    plod->setCullCallback(_horizonCull.get());
     return plod;
 }
 

@@ -11,6 +11,7 @@
 #ifndef CXVIEWER_GLOBE_TERRAINTILEBUILDER_H
 #define CXVIEWER_GLOBE_TERRAINTILEBUILDER_H
 
+#include <globe/HorizonCullCallback>
 #include <globe/Map>
 #include <globe/TileKey>
 
@@ -44,6 +45,8 @@ struct TerrainSettings
     double rangeFactor = 6.0;
     /** Depth of the skirts as a share of the tile's north-south size. */
     double skirtRatio = 0.05;
+    /** Tiles wholly behind the horizon are culled (see HorizonCullCallback). */
+    bool horizonCulling = true;
 
     bool operator==(const TerrainSettings& rhs) const;
     bool operator!=(const TerrainSettings& rhs) const { return !(*this == rhs); }
@@ -145,6 +148,8 @@ private:
     TerrainSettings _settings;
     unsigned long _serial;
     osg::ref_ptr<osgDB::Options> _options;
+    /** Shared by all tiles; null when horizon culling is off. */
+    osg::ref_ptr<HorizonCullCallback> _horizonCull;
     std::atomic<bool> _cancelled{false};
     mutable std::atomic<unsigned long> _tilesBuilt{0};
 };

@@ -5,6 +5,7 @@
 #include "TempDir.h"
 
 #include <globe/ElevationLayer>
+#include <globe/HorizonCullCallback>
 #include <globe/ImageLayer>
 #include <globe/Map>
 #include <globe/MapNode>
@@ -554,6 +555,38 @@ TEST(TerrainEngine, SettingsAreClampedAndRebuildTheTiles)
     osg::ref_ptr<osg::MatrixTransform> model = engine->createTileModel(TileKey(4, 22, 4));
     EXPECT_EQ(geometryOf(model.get())->getVertexArray()->getNumElements(), 81u + 32u);
     EXPECT_EQ(imageOf(model.get())->s(), 64);
+}
+
+TEST(TerrainEngine, TilesCarryTheHorizonCullingUnlessItIsOff)
+{
+    cxtest::TempDir dir;
+    osg::ref_ptr<Map> map = new Map;
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
+    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    EXPECT_TRUE(engine->getHorizonCulling());
+    ASSERT_TRUE(engine->sync());
+
+    // Every paged tile and every tile of the deepest level carries it; one
+    // callback serves them all.
+    osg::ref_ptr<osg::Node> tile = engine->createTileNode(TileKey(3, 5, 2));
+    ASSERT_TRUE(tile.valid());
+    auto* cull = dynamic_cast<globe::HorizonCullCallback*>(tile->getCullCallback());
+    ASSERT_NE(cull, nullptr);
+    EXPECT_EQ(engine->createTileNode(TileKey(3, 6, 2))->getCullCallback(), cull);
+    engine->setMaxLevel(3);
+    ASSERT_TRUE(engine->sync());
+    osg::ref_ptr<osg::Node> leaf = engine->createTileNode(TileKey(3, 5, 2));
+    ASSERT_NE(dynamic_cast<osg::MatrixTransform*>(leaf.get()), nullptr);
+    EXPECT_NE(dynamic_cast<globe::HorizonCullCallback*>(leaf->getCullCallback()), nullptr);
+
+    // Switching it off rebuilds the terrain with bare tiles.
+    osg::ref_ptr<osg::PagedLOD> first = engine->getRoot();
+    engine->setHorizonCulling(false);
+    EXPECT_FALSE(engine->getHorizonCulling());
+    ASSERT_TRUE(engine->sync());
+    EXPECT_NE(engine->getRoot(), first.get());
+    EXPECT_EQ(engine->createTileNode(TileKey(3, 5, 2))->getCullCallback(), nullptr);
+    EXPECT_EQ(engine->createTileNode(TileKey(2, 5, 2))->getCullCallback(), nullptr);
 }
 
 TEST(TerrainEngine, ClonesShareTheMapButBuildTheirOwnTiles)

@@ -12,8 +12,14 @@
 #include <globe/MapNode>
 #include <globe/TerrainEngine>
 
+#include <osgUtil/RenderStage>
+#include <osgUtil/SceneView>
+#include <osgUtil/Statistics>
+#include <osgViewer/Renderer>
+
 #include <chrono>
 #include <cmath>
+#include <iostream>
 
 using cxtest::ViewerFixture;
 
@@ -103,6 +109,18 @@ protected:
         return off;
     }
 
+    /** Drawables the main camera drew in the last frame. */
+    unsigned int drawablesDrawn() const
+    {
+        auto* renderer = dynamic_cast<osgViewer::Renderer*>(viewer->getViewer()->getCamera()->getRenderer());
+        osgUtil::SceneView* sceneView = renderer ? renderer->getSceneView(0) : nullptr;
+        if (!sceneView || !sceneView->getRenderStage())
+            return 0;
+        osgUtil::Statistics stats;
+        sceneView->getRenderStage()->getStats(stats);
+        return stats.numDrawables;
+    }
+
     cxtest::TempDir dir;
 };
 
@@ -163,4 +181,50 @@ TEST_F(TerrainDrawing, PolesBeyondTheImageryShowOceanInTheNorthAndIceInTheSouth)
         EXPECT_TRUE(isGreen(cxtest::pixelAt(*frame, 2, windowHeight / 2)));
         EXPECT_TRUE(isGreen(cxtest::pixelAt(*frame, windowWidth / 2, 2)));
     }
+}
+
+TEST_F(TerrainDrawing, HorizonCullingDrawsFewerTilesForTheSamePicture)
+{
+    ASSERT_TRUE(settle());
+    globe::TerrainEngine* engine = viewer->mapNode->getTerrainEngine();
+    ASSERT_TRUE(engine->getHorizonCulling());
+    // From 2,700 km, looking at the limb: within the far plane lie tiles
+    // over the horizon, on the far side of the globe.
+    const auto viewpoint = manipulator()->createViewpoint(95.0, 30.0, 0.0, 30.0, -20.0, 8.0e6);
+
+    // The view paged in from the roots with the culling off and then on
+    // (each change rebuilds the terrain): tiles built, drawables drawn and
+    // the picture.
+    struct Outcome
+    {
+        unsigned long tilesBuilt = 0;
+        unsigned int drawables = 0;
+        osg::ref_ptr<osg::Image> picture;
+    };
+    auto look = [&](bool culling) {
+        Outcome out;
+        engine->setHorizonCulling(culling);
+        frames(1);
+        const unsigned long before = engine->getNumTilesBuilt();
+        manipulator()->setViewpoint(viewpoint, 0.0);
+        EXPECT_TRUE(settle());
+        out.picture = grabFrame();
+        out.drawables = drawablesDrawn();
+        out.tilesBuilt = engine->getNumTilesBuilt() - before;
+        return out;
+    };
+    const Outcome without = look(false);
+    const Outcome with = look(true);
+    cxtest::saveScreenshot(*without.picture, "terrain_horizon_without_culling");
+    cxtest::saveScreenshot(*with.picture, "terrain_horizon_with_culling");
+    std::cout << "without horizon culling: " << without.tilesBuilt << " tiles built, " << without.drawables
+              << " drawn; with: " << with.tilesBuilt << " built, " << with.drawables << " drawn" << std::endl;
+
+    EXPECT_LT(with.drawables * 10, without.drawables * 9) << "at least a tenth fewer";
+    EXPECT_LE(with.tilesBuilt, without.tilesBuilt);
+    // The globe in the lower part, space above the limb, and the same pixels
+    // either way.
+    EXPECT_EQ(countOffColour(*with.picture, 0.25, 0.7, 0.75, 1.0), 0);
+    EXPECT_FALSE(isGreen(cxtest::pixelAt(*with.picture, windowWidth / 2, 2)));
+    EXPECT_LE(cxtest::differingPixels(*with.picture, *without.picture), windowWidth * windowHeight / 1000);
 }

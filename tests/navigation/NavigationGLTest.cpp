@@ -56,20 +56,6 @@ Content contentOf(const osg::Image& image)
     return c;
 }
 
-int differingPixels(const osg::Image& a, const osg::Image& b)
-{
-    int n = 0;
-    for (int y = 0; y < a.t(); ++y)
-        for (int x = 0; x < a.s(); ++x)
-        {
-            const osg::Vec4ub p = cxtest::pixelAt(a, x, y);
-            const osg::Vec4ub q = cxtest::pixelAt(b, x, y);
-            if (std::abs(p.r() - q.r()) > 2 || std::abs(p.g() - q.g()) > 2 || std::abs(p.b() - q.b()) > 2)
-                ++n;
-        }
-    return n;
-}
-
 bool sameColour(const osg::Vec4ub& a, const osg::Vec4ub& b, int tolerance = 12)
 {
     return std::abs(a.r() - b.r()) <= tolerance && std::abs(a.g() - b.g()) <= tolerance &&
@@ -229,7 +215,7 @@ TEST_P(NavigationScenesGL, AHeldArrowKeyPansUntilItsKeyUp)
         frames(1);
     osg::ref_ptr<osg::Image> b = grabFrame();
     EXPECT_EQ(m->_center, stopped);
-    EXPECT_EQ(differingPixels(*a, *b), 0);
+    EXPECT_EQ(cxtest::differingPixels(*a, *b), 0);
 }
 
 TEST_P(NavigationScenesGL, ADoubleClickChangesNothing)
@@ -244,7 +230,7 @@ TEST_P(NavigationScenesGL, ADoubleClickChangesNothing)
     osg::ref_ptr<osg::Image> after = grabFrame();
     EXPECT_EQ(m->getMatrix(), matrix);
     EXPECT_FALSE(m->_settingViewpoint);
-    EXPECT_EQ(differingPixels(*before, *after), 0);
+    EXPECT_EQ(cxtest::differingPixels(*before, *after), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(FlatAndRound, NavigationScenesGL, ::testing::Values(false, true),
@@ -435,7 +421,7 @@ TEST_F(NavigationGL, MemoryManipulatorSwitchesOnItsKeyAndHandsTheViewMatrixOver)
     for (int r = 0; r < 4; ++r)
         for (int c = 0; c < 4; ++c)
             EXPECT_NEAR(handed(r, c), view(r, c), 1e-6 * (1.0 + std::fabs(view(r, c))));
-    EXPECT_LT(differingPixels(*before, *after), 50);
+    EXPECT_LT(cxtest::differingPixels(*before, *after), 50);
 
     // Back to the earth manipulator, which takes the trackball's matrix.
     keyPress('1');
@@ -443,7 +429,7 @@ TEST_F(NavigationGL, MemoryManipulatorSwitchesOnItsKeyAndHandsTheViewMatrixOver)
     frames(2);
     EXPECT_EQ(memory->getCurrentMatrixManipulator(), earth.get());
     osg::ref_ptr<osg::Image> back = grabFrame();
-    EXPECT_LT(differingPixels(*before, *back), 50);
+    EXPECT_LT(cxtest::differingPixels(*before, *back), 50);
     CXViewport vp;
     EXPECT_TRUE(memory->GetViewpoint(vp));
     EXPECT_NEAR(vp.getHeading(), 20.0, 0.01);

@@ -2,6 +2,7 @@
 
 #include <osgDB/WriteFile>
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace cxtest
@@ -12,6 +13,21 @@ osg::Vec4ub pixelAt(const osg::Image& image, int x, int y)
     // Read-back rows run from the bottom up.
     const unsigned char* p = image.data(x, image.t() - 1 - y);
     return osg::Vec4ub(p[0], p[1], p[2], p[3]);
+}
+
+int differingPixels(const osg::Image& a, const osg::Image& b, int tolerance)
+{
+    int n = 0;
+    for (int y = 0; y < std::min(a.t(), b.t()); ++y)
+        for (int x = 0; x < std::min(a.s(), b.s()); ++x)
+        {
+            const osg::Vec4ub p = pixelAt(a, x, y);
+            const osg::Vec4ub q = pixelAt(b, x, y);
+            if (std::abs(p.r() - q.r()) > tolerance || std::abs(p.g() - q.g()) > tolerance ||
+                std::abs(p.b() - q.b()) > tolerance)
+                ++n;
+        }
+    return n;
 }
 
 void saveScreenshot(const osg::Image& image, const std::string& name)

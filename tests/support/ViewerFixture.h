@@ -23,6 +23,10 @@ namespace cxtest
 /** RGBA of one pixel of a read-back frame; (x, y) from the top-left corner. */
 osg::Vec4ub pixelAt(const osg::Image& image, int x, int y);
 
+/** Pixels at which two frames of the same size differ by more than
+  * `tolerance` in any of red, green and blue. */
+int differingPixels(const osg::Image& a, const osg::Image& b, int tolerance = 2);
+
 /** Writes `image` to $CXTEST_SCREENSHOT_DIR/<name>.png when that variable is set. */
 void saveScreenshot(const osg::Image& image, const std::string& name);
 
