@@ -50,6 +50,9 @@ inline osg::Vec3d upVector(double lonRad, double latRad)
 // already.
 constexpr double kMaxCellDegrees = 180.0 / 128.0;
 
+// Coarsest mipmap level of a tile touching a pole: 64 x 64 texels of 256.
+constexpr float kPolarMaxLOD = 2.0f;
+
 } // namespace
 
 unsigned int TerrainTileBuilder::gridPointsFor(const TileKey& key) const
@@ -459,10 +462,13 @@ osg::ref_ptr<osg::MatrixTransform> TerrainTileBuilder::createTileModel(const Til
     texture->setResizeNonPowerOfTwoHint(false);
     // The pixels stay on the GPU only.
     texture->setUnRefImageDataAfterApply(true);
-    // Where a tile's columns meet at a pole, plain mipmapping would take the
-    // coarsest level (the whole tile's average) around the pole.
+    // Where a tile's columns meet at a pole, the texture's footprint across
+    // them grows without bound and plain mipmapping would take the coarsest
+    // level (the whole tile's average) around the pole: the finest levels
+    // only there. (Anisotropic filtering would also do, but Mesa's llvmpipe
+    // never finishes sampling those unbounded footprints with it.)
     if (key.north() >= 90.0 || key.south() <= -90.0)
-        texture->setMaxAnisotropy(16.0f);
+        texture->setMaxLOD(kPolarMaxLOD);
     geometry->getOrCreateStateSet()->setTextureAttributeAndModes(0, texture.get(), osg::StateAttribute::ON);
 
     osg::ref_ptr<osg::MatrixTransform> transform = new osg::MatrixTransform(osg::Matrixd::translate(center));

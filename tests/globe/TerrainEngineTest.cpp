@@ -362,6 +362,36 @@ TEST(TerrainTile, ImageLayersCompositeInMapOrderOverTheBaseColour)
     EXPECT_EQ(rgbAt(*imageOf(unveiled.get()), 100, 100), osg::Vec3i(0, 255, 0));
 }
 
+TEST(TerrainTile, TilesAtThePolesStopShortOfTheCoarsestMipmapsWithoutAnisotropy)
+{
+    cxtest::TempDir dir;
+    osg::ref_ptr<Map> map = new Map;
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
+    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    auto textureOf = [&](const TileKey& key) -> osg::ref_ptr<osg::Texture2D> {
+        osg::ref_ptr<osg::MatrixTransform> model = engine->createTileModel(key);
+        osg::Geometry* geometry = geometryOf(model.get());
+        if (!geometry || !geometry->getStateSet())
+            return nullptr;
+        return dynamic_cast<osg::Texture2D*>(geometry->getStateSet()->getTextureAttribute(0, osg::StateAttribute::TEXTURE));
+    };
+    // Level 3 has rows 0 (touching the South Pole) to 7 (the North Pole).
+    for (const TileKey& key : {TileKey(3, 5, 0), TileKey(3, 9, 7), TileKey(0, 1, 0)})
+    {
+        osg::ref_ptr<osg::Texture2D> texture = textureOf(key);
+        ASSERT_TRUE(texture.valid()) << key.str();
+        EXPECT_EQ(texture->getFilter(osg::Texture::MIN_FILTER), osg::Texture::LINEAR_MIPMAP_LINEAR) << key.str();
+        EXPECT_EQ(texture->getMaxLOD(), 2.0f) << key.str();
+        // Mesa's llvmpipe hangs sampling the unbounded footprints at a pole
+        // with anisotropic filtering.
+        EXPECT_EQ(texture->getMaxAnisotropy(), 1.0f) << key.str();
+    }
+    osg::ref_ptr<osg::Texture2D> inner = textureOf(TileKey(3, 5, 3));
+    ASSERT_TRUE(inner.valid());
+    EXPECT_EQ(inner->getMaxLOD(), osg::ref_ptr<osg::Texture2D>(new osg::Texture2D)->getMaxLOD());
+    EXPECT_EQ(inner->getMaxAnisotropy(), 1.0f);
+}
+
 TEST(TerrainTile, BeyondTheImageryTheArcticIsOceanAndAntarcticaIce)
 {
     cxtest::TempDir dir;
