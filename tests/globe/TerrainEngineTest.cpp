@@ -52,6 +52,14 @@ std::string makeSlopes(const cxtest::TempDir& dir)
     return path;
 }
 
+// An engine on a map of one image layer: four colours, one per quadrant.
+osg::ref_ptr<TerrainEngine> quadrantsEngine(const cxtest::TempDir& dir)
+{
+    osg::ref_ptr<Map> map = new Map;
+    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
+    return new TerrainEngine(map.get());
+}
+
 osg::Geometry* geometryOf(osg::MatrixTransform* model)
 {
     if (!model || model->getNumChildren() != 1)
@@ -176,9 +184,7 @@ TEST(TerrainEngine, FollowsTheLayersOfTheMap)
 TEST(TerrainEngine, PseudoFilesGiveTheRootTilesAndTheirChildren)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
-    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    osg::ref_ptr<TerrainEngine> engine = quadrantsEngine(dir);
     ASSERT_TRUE(engine->sync());
     EXPECT_FALSE(engine->sync());
     osg::PagedLOD* root = engine->getRoot();
@@ -365,9 +371,7 @@ TEST(TerrainTile, ImageLayersCompositeInMapOrderOverTheBaseColour)
 TEST(TerrainTile, TilesAtThePolesStopShortOfTheCoarsestMipmapsWithoutAnisotropy)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
-    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    osg::ref_ptr<TerrainEngine> engine = quadrantsEngine(dir);
     auto textureOf = [&](const TileKey& key) -> osg::ref_ptr<osg::Texture2D> {
         osg::ref_ptr<osg::MatrixTransform> model = engine->createTileModel(key);
         osg::Geometry* geometry = geometryOf(model.get());
@@ -395,9 +399,7 @@ TEST(TerrainTile, TilesAtThePolesStopShortOfTheCoarsestMipmapsWithoutAnisotropy)
 TEST(TerrainTile, BeyondTheImageryTheArcticIsOceanAndAntarcticaIce)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
-    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    osg::ref_ptr<TerrainEngine> engine = quadrantsEngine(dir);
     // The eastern hemisphere: green and yellow between 85.05 N and S, ocean
     // around the North Pole, ice around the South Pole.
     osg::ref_ptr<osg::MatrixTransform> east = engine->createTileModel(TileKey(0, 1, 0));
@@ -552,9 +554,7 @@ TEST(TerrainTile, MissingFilesAndBadKeysGiveClearOutcomes)
 TEST(TerrainEngine, SettingsAreClampedAndRebuildTheTiles)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
-    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    osg::ref_ptr<TerrainEngine> engine = quadrantsEngine(dir);
     EXPECT_EQ(engine->getTileGridSize(), 17u);
     EXPECT_EQ(engine->getImageSize(), 256u);
     EXPECT_EQ(engine->getMaxLevel(), 19u);
@@ -590,9 +590,7 @@ TEST(TerrainEngine, SettingsAreClampedAndRebuildTheTiles)
 TEST(TerrainEngine, TilesCarryTheHorizonCullingUnlessItIsOff)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
-    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    osg::ref_ptr<TerrainEngine> engine = quadrantsEngine(dir);
     EXPECT_TRUE(engine->getHorizonCulling());
     ASSERT_TRUE(engine->sync());
 
@@ -638,9 +636,7 @@ TEST(TerrainEngine, ClonesShareTheMapButBuildTheirOwnTiles)
 TEST(TerrainTile, LargeTilesGetFinerGridsSoThatTheyHugTheEllipsoid)
 {
     cxtest::TempDir dir;
-    osg::ref_ptr<Map> map = new Map;
-    map->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
-    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    osg::ref_ptr<TerrainEngine> engine = quadrantsEngine(dir);
     const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
 
     // Cells of at most 180 / 128 degrees: 129, 65 and 33 points on levels
