@@ -2,7 +2,10 @@
 
 #include "SourceTiling.h"
 
+#include <osg/Math>
+
 #include <algorithm>
+#include <cmath>
 
 namespace globe
 {
@@ -78,12 +81,12 @@ int Layer::getMaxLevel() const
     return source ? source->getMaxLevel() : -1;
 }
 
-bool Layer::mayHaveData(const TileKey& key) const
+namespace
 {
-    if (!getEnabled() || !key.valid())
-        return false;
-    osg::ref_ptr<MBTilesSource> source = getTileSource();
-    detail::SourceTiling tiling;
+
+// The tiling of `source` when it may have data for `key`.
+bool tilingCovering(const MBTilesSource* source, const TileKey& key, detail::SourceTiling& tiling)
+{
     if (!source || !detail::SourceTiling::of(*source, tiling))
         return false;
     if (key.south() >= tiling.maxLatitude() || key.north() <= -tiling.maxLatitude())
@@ -94,6 +97,41 @@ bool Layer::mayHaveData(const TileKey& key) const
         if (key.west() >= east || key.east() <= west || key.south() >= north || key.north() <= south)
             return false;
     }
+    return true;
+}
+
+} // namespace
+
+bool Layer::mayHaveData(const TileKey& key) const
+{
+    if (!getEnabled() || !key.valid())
+        return false;
+    osg::ref_ptr<MBTilesSource> source = getTileSource();
+    detail::SourceTiling tiling;
+    return tilingCovering(source.get(), key, tiling);
+}
+
+bool Layer::getResolution(const TileKey& key, double& degrees) const
+{
+    if (!getEnabled() || !key.valid())
+        return false;
+    osg::ref_ptr<MBTilesSource> source = getTileSource();
+    detail::SourceTiling tiling;
+    if (!tilingCovering(source.get(), key, tiling))
+        return false;
+    // Pixels of the deepest level along the equator: 360 degrees over the
+    // level's width in pixels (geodetic levels are two tiles wide at level 0).
+    const double pixelsAround = static_cast<double>(tiling.tilesWide(tiling.maxZoom)) * tiling.tileSize;
+    double size = 360.0 / pixelsAround;
+    if (tiling.mercator)
+    {
+        // Mercator is conformal: a pixel spans cos(latitude) times as many
+        // degrees of latitude as of longitude.
+        const double farthest = std::min(std::max(std::fabs(key.south()), std::fabs(key.north())),
+                                         tiling.maxLatitude());
+        size *= std::cos(osg::DegreesToRadians(farthest));
+    }
+    degrees = size;
     return true;
 }
 

@@ -53,6 +53,15 @@ constexpr double kMaxCellDegrees = 180.0 / 128.0;
 // Coarsest mipmap level of a tile touching a pole: 64 x 64 texels of 256.
 constexpr float kPolarMaxLOD = 2.0f;
 
+// Flat grid cells lie under the curved ellipsoid; tiles are refined at least
+// until that sag is at most this deep, whatever the data.
+constexpr double kMaxSagMetres = 1.0;
+
+// A tile is refined while a layer's pixels are finer than this many of the
+// tile's texels (or grid cells): its children then show more of the data.
+// Two samples per source pixel keep the magnified data crisp.
+constexpr double kSamplesPerSourcePixel = 2.0;
+
 } // namespace
 
 unsigned int TerrainTileBuilder::gridPointsFor(const TileKey& key) const
@@ -89,6 +98,40 @@ TerrainTileBuilder::TerrainTileBuilder(const Map* map, const osg::EllipsoidModel
     _options->setUserData(new BuilderLink(this));
     if (_settings.horizonCulling)
         _horizonCull = new HorizonCullCallback(_ellipsoid.get());
+
+    // The shallowest level whose grid cells sag at most kMaxSagMetres under
+    // the ellipsoid (a chord of angle a sags R (1 - cos(a / 2))).
+    const double radius = _ellipsoid->getRadiusEquator();
+    while (_shapeLevel < TileKey::MAX_LEVEL)
+    {
+        const TileKey key(_shapeLevel, 0, 0);
+        const double cell = osg::DegreesToRadians(key.getWidthDegrees() / (gridPointsFor(key) - 1));
+        if (radius * (1.0 - std::cos(0.5 * cell)) <= kMaxSagMetres)
+            break;
+        ++_shapeLevel;
+    }
+}
+
+bool TerrainTileBuilder::refines(const TileKey& key) const
+{
+    const unsigned int level = key.getLevelOfDetail();
+    if (!key.valid() || level >= _settings.maxLevel)
+        return false;
+    if (level < _shapeLevel)
+        return true;
+    // Past the deepest level of every layer the children would only
+    // magnify what this tile shows already.
+    const double degrees = key.getHeightDegrees();
+    const double texel = degrees / std::clamp(_settings.imageSize, 1u, 4096u);
+    const double cell = degrees / (gridPointsFor(key) - 1);
+    double pixel = 0.0;
+    for (const osg::ref_ptr<ImageLayer>& layer : _map->getImageLayers())
+        if (layer->getResolution(key, pixel) && texel * kSamplesPerSourcePixel > pixel)
+            return true;
+    for (const osg::ref_ptr<ElevationLayer>& layer : _map->getElevationLayers())
+        if (layer->getResolution(key, pixel) && cell * kSamplesPerSourcePixel > pixel)
+            return true;
+    return false;
 }
 
 TerrainTileBuilder::~TerrainTileBuilder() = default;
@@ -169,7 +212,16 @@ osg::ref_ptr<osg::Node> TerrainTileBuilder::read(const Request& request) const
         return new osg::Group;
     if (request.roots)
         return createRootTiles();
-    return createChildTiles(request.parent);
+    if (osg::ref_ptr<osg::Group> children = createChildTiles(request.parent))
+        return children;
+    if (isCancelled())
+        return new osg::Group;
+    // Children that cannot be built: the parent's own model stands in for
+    // them, so that the paged node shows the ground and never asks again.
+    osg::ref_ptr<osg::Group> standIn = new osg::Group;
+    if (osg::ref_ptr<osg::MatrixTransform> model = createTileModel(request.parent))
+        standIn->addChild(model.get());
+    return standIn;
 }
 
 osg::ref_ptr<osg::PagedLOD> TerrainTileBuilder::createRootNode() const
@@ -221,7 +273,7 @@ osg::ref_ptr<osg::Node> TerrainTileBuilder::createTileNode(const TileKey& key) c
     osg::ref_ptr<osg::MatrixTransform> model = createTileModel(key, &bounds);
     if (!model)
         return nullptr;
-    if (key.getLevelOfDetail() >= _settings.maxLevel)
+    if (!refines(key))
     {
         model->setCullCallback(_horizonCull.get());
         return model;
@@ -352,11 +404,16 @@ osg::ref_ptr<osg::MatrixTransform> TerrainTileBuilder::createTileModel(const Til
         }
     }
 
-    // The tile centre: the ellipsoid point under the middle of the tile.
+    // The tile centre: over the middle of the tile, halfway between its
+    // lowest and highest grid point. The paged node measures the eye's
+    // distance from it, so it must lie in the tile: a centre at sea level
+    // under a mountain would make every tile there look as large as the
+    // mountain is high, and refine them all as soon as the eye came near.
+    const auto [lowest, highest] = std::minmax_element(heights.begin(), heights.end());
     osg::Vec3d center;
     _ellipsoid->convertLatLongHeightToXYZ(osg::DegreesToRadians(key.centerLatitude()),
-                                          osg::DegreesToRadians(key.centerLongitude()), 0.0, center.x(),
-                                          center.y(), center.z());
+                                          osg::DegreesToRadians(key.centerLongitude()),
+                                          0.5 * (*lowest + *highest), center.x(), center.y(), center.z());
 
     const unsigned int edgeCount = 4 * (n - 1);
     const unsigned int total = count + edgeCount;
@@ -477,10 +534,11 @@ osg::ref_ptr<osg::MatrixTransform> TerrainTileBuilder::createTileModel(const Til
 
     if (bounds)
     {
+        const double radius = std::sqrt(radius2);
         bounds->center = center;
         // Finer data of the children may rise a little over this tile.
-        bounds->radius = std::sqrt(radius2) * 1.05 + 100.0;
-        bounds->splitDistance = bounds->radius * _settings.rangeFactor;
+        bounds->radius = radius * 1.05 + 100.0;
+        bounds->splitDistance = radius * _settings.rangeFactor;
     }
     _tilesBuilt.fetch_add(1);
     return transform;

@@ -92,12 +92,14 @@ public:
     osg::ref_ptr<osg::Group> createChildTiles(const TileKey& parent) const;
     /** What the request names: null when it is not this builder's, an
       * empty group when the builder was cancelled (the request belongs to a
-      * tree that left the scene). */
+      * tree that left the scene). Children that cannot be built are
+      * answered with the parent's own model, so that a failed request is
+      * never repeated and leaves no hole. */
     osg::ref_ptr<osg::Node> read(const Request& request) const;
 
     /** One tile as the quadtree holds it: a paged LOD whose first child is
       * the tile's model and whose second, paged, is its four children; the
-      * bare model at the deepest level. */
+      * bare model where the tile is not refined (see refines()). */
     osg::ref_ptr<osg::Node> createTileNode(const TileKey& key) const;
 
     /** Where a tile lies: its centre (world), the radius of a sphere about
@@ -121,6 +123,16 @@ public:
     /** Grid points along each side of `key`'s tile: the setting's, more for
       * tiles so large that the grid would sag under the ellipsoid. */
     unsigned int gridPointsFor(const TileKey& key) const;
+
+    /** Whether `key`'s tile gets children: below the deepest level, while
+      * its grid cells sag more than a metre under the ellipsoid, or while
+      * some layer has data finer than the tile shows (half a texel or half a
+      * grid cell per source pixel); past that the children would only
+      * magnify the same data. A tile without children is never refined, so
+      * the pager is never asked for tiles that add nothing. */
+    bool refines(const TileKey& key) const;
+    /** The shallowest level whose grid sags at most a metre. */
+    unsigned int getShapeLevel() const { return _shapeLevel; }
 
     /** The pseudo-file name of the two root tiles and of a tile's children. */
     std::string rootFileName() const;
@@ -150,6 +162,7 @@ private:
     osg::ref_ptr<osgDB::Options> _options;
     /** Shared by all tiles; null when horizon culling is off. */
     osg::ref_ptr<HorizonCullCallback> _horizonCull;
+    unsigned int _shapeLevel = 0;
     std::atomic<bool> _cancelled{false};
     mutable std::atomic<unsigned long> _tilesBuilt{0};
 };

@@ -405,3 +405,54 @@ TEST(Map, LaterElevationLayersWinWhereTheyHaveData)
     EXPECT_FALSE(empty->createHeightField(TileKey(0, 0, 0)));
     EXPECT_FALSE(empty->getElevation(0.0, 0.0, h));
 }
+
+TEST(Layer, ResolutionIsTheDeepestLevelsPixelWhereTheDataAre)
+{
+    cxtest::TempDir dir;
+    // Mercator, levels 1 and 3 (256-pixel tiles): the finest pixels are
+    // 360 / (8 * 256) degrees along the equator, cos(latitude) times that
+    // along a meridian.
+    const std::string mercatorPath = (dir.path() / "mercator.db").string();
+    {
+        cxtest::MBTilesFile file(mercatorPath);
+        file.tile(1, 0, 0, cxtest::encode(*cxtest::solidImage(256, 255, 0, 0), "png"));
+        file.tile(3, 6, 2, cxtest::encode(*cxtest::solidImage(256, 255, 0, 0), "png"));
+    }
+    osg::ref_ptr<ImageLayer> mercator = new ImageLayer("mercator", cxtest::mbtilesOptions(mercatorPath));
+    const double equatorPixel = 360.0 / (8 * 256);
+    double degrees = 0.0;
+    // A tile touching the equator: its farthest latitude is 11.25 degrees.
+    ASSERT_TRUE(mercator->getResolution(TileKey(4, 20, 7), degrees));
+    EXPECT_NEAR(degrees, equatorPixel * std::cos(osg::DegreesToRadians(11.25)), 1e-12);
+    // 45..67.5 N: pixels at 67.5 N are the finest.
+    ASSERT_TRUE(mercator->getResolution(TileKey(3, 8, 1), degrees));
+    EXPECT_NEAR(degrees, equatorPixel * std::cos(osg::DegreesToRadians(67.5)), 1e-12);
+    // A polar tile: capped at the mercator limit, still positive.
+    ASSERT_TRUE(mercator->getResolution(TileKey(1, 0, 0), degrees));
+    EXPECT_GT(degrees, 0.0);
+    EXPECT_NEAR(degrees, equatorPixel * std::cos(osg::DegreesToRadians(85.05112877980659)), 1e-9);
+    // Beyond the mercator world there are no data, and no resolution.
+    EXPECT_FALSE(mercator->getResolution(TileKey(6, 0, 0), degrees)); // 87.2..90 N
+
+    // Geodetic 64-pixel tiles at level 2: 360 / (8 * 64) degrees everywhere.
+    const std::string geodeticPath = (dir.path() / "geodetic.db").string();
+    {
+        cxtest::MBTilesFile file(geodeticPath);
+        file.metadata("profile", "global-geodetic");
+        file.metadata("bounds", "100,20,120,40");
+        file.tile(2, 0, 0, cxtest::encode(*cxtest::solidImage(64, 0, 255, 0), "png"));
+    }
+    osg::ref_ptr<ElevationLayer> geodetic = new ElevationLayer("geodetic", cxtest::mbtilesOptions(geodeticPath));
+    ASSERT_TRUE(geodetic->getResolution(TileKey(3, 12, 2), degrees)); // 90..112.5 E, 22.5..45 N
+    EXPECT_NEAR(degrees, 360.0 / (8 * 64), 1e-12);
+    // Outside the metadata bounds, or disabled: no data there.
+    EXPECT_FALSE(geodetic->getResolution(TileKey(3, 0, 2), degrees));
+    geodetic->setEnabled(false);
+    EXPECT_FALSE(geodetic->getResolution(TileKey(3, 12, 2), degrees));
+
+    // A layer without a file has no resolution anywhere.
+    osg::ref_ptr<ImageLayer> missing =
+        new ImageLayer("missing", cxtest::mbtilesOptions((dir.path() / "none.db").string()));
+    EXPECT_FALSE(missing->getResolution(TileKey(0, 0, 0), degrees));
+}
+

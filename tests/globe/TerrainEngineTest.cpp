@@ -234,9 +234,11 @@ TEST(TerrainTile, GridWithSkirtsNormalsAndTextureCoordinatesAroundTheTileCentre)
     const TileKey key(3, 11, 2);
     osg::ref_ptr<osg::MatrixTransform> model = engine->createTileModel(key);
     ASSERT_TRUE(model.valid());
+    // The centre lies over the middle of the tile, halfway between its
+    // lowest and highest point: on this level ground, 2,000 m up.
     osg::Vec3d centre;
     ellipsoid.convertLatLongHeightToXYZ(osg::DegreesToRadians(key.centerLatitude()),
-                                        osg::DegreesToRadians(key.centerLongitude()), 0.0, centre.x(), centre.y(),
+                                        osg::DegreesToRadians(key.centerLongitude()), 2000.0, centre.x(), centre.y(),
                                         centre.z());
     EXPECT_LT((model->getMatrix().getTrans() - centre).length(), 1e-6);
     EXPECT_TRUE(model->getMatrix().getRotate().zeroRotation());
@@ -441,7 +443,7 @@ TEST(TerrainTile, BoundsHoldTheSkirtsAndRangesFollowTheTileSize)
     osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
 
     double previousRadius = DBL_MAX;
-    for (const TileKey& key : {TileKey(0, 1, 0), TileKey(1, 2, 0), TileKey(4, 20, 5), TileKey(9, 600, 150)})
+    for (const TileKey& key : {TileKey(0, 1, 0), TileKey(1, 2, 0), TileKey(4, 20, 5), TileKey(7, 150, 37)})
     {
         osg::ref_ptr<osg::Node> node = engine->createTileNode(key);
         auto* tile = dynamic_cast<osg::PagedLOD*>(node.get());
@@ -464,15 +466,21 @@ TEST(TerrainTile, BoundsHoldTheSkirtsAndRangesFollowTheTileSize)
         EXPECT_GE(farthest, radius * 0.8) << key.str();
         EXPECT_TRUE(tile->getBound().contains(osg::Vec3(model->getBound().center()) ));
 
-        // Closer than six radii the children replace the tile.
+        // Closer than six times the farthest vertex's distance from the
+        // centre the children replace the tile.
         ASSERT_EQ(tile->getRangeList().size(), 2u);
         const float split = tile->getMinRange(0);
-        EXPECT_NEAR(split, radius * 6.0, radius * 6.0 * 1e-6);
+        EXPECT_NEAR(split, farthest * 6.0, farthest * 6.0 * 1e-5);
         EXPECT_EQ(tile->getMaxRange(0), FLT_MAX);
         EXPECT_EQ(tile->getMinRange(1), 0.0f);
         EXPECT_EQ(tile->getMaxRange(1), split);
         EXPECT_FALSE(tile->getFileName(1).empty());
     }
+
+    // The data (level 1, 64 pixels a tile) are far coarser than level 8,
+    // whose grid follows the ellipsoid within a metre: tiles stop there.
+    EXPECT_NE(dynamic_cast<osg::PagedLOD*>(engine->createTileNode(TileKey(7, 150, 37)).get()), nullptr);
+    EXPECT_EQ(dynamic_cast<osg::PagedLOD*>(engine->createTileNode(TileKey(8, 300, 75)).get()), nullptr);
 
     // At the deepest level a tile has no children.
     engine->setMaxLevel(4);
@@ -751,3 +759,112 @@ TEST(TerrainTile, SkirtsReachDownPastTheGapsToFinerNeighbours)
     }
     std::printf("largest gap: %.0f %% of the skirt depth\n", worstShare * 100.0);
 }
+
+TEST(TerrainTile, TilesOnHighGroundAreSizedByTheirOwnExtentNotTheirHeight)
+{
+    // A plateau 8,000 m high over a whole quadrant, sea level in another,
+    // and imagery fine enough (one level-14 tile) to refine deep.
+    cxtest::TempDir dir;
+    const std::string finePath = (dir.path() / "fine.db").string();
+    {
+        cxtest::MBTilesFile file(finePath);
+        file.tile(14, 0, 0, cxtest::encode(*cxtest::solidImage(256, 255, 255, 255), "png"));
+    }
+    osg::ref_ptr<Map> map = new Map;
+    map->addLayer(new ImageLayer("fine", cxtest::mbtilesOptions(finePath)));
+    map->addLayer(new ElevationLayer(
+        "heights", cxtest::mbtilesOptions(cxtest::writeHeightQuadrants(dir.path(), 8000, 0, 0, 0))));
+    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
+
+    // Level-12 tiles (4.9 km north to south) at 40 N, on the plateau (the
+    // north-west quadrant) and at sea level (the north-east one).
+    osg::ref_ptr<osg::Node> highNode = engine->createTileNode(TileKey::fromLonLat(-120.0, 40.0, 12));
+    osg::ref_ptr<osg::Node> lowNode = engine->createTileNode(TileKey::fromLonLat(60.0, 40.0, 12));
+    auto* high = dynamic_cast<osg::PagedLOD*>(highNode.get());
+    auto* low = dynamic_cast<osg::PagedLOD*>(lowNode.get());
+    ASSERT_NE(high, nullptr);
+    ASSERT_NE(low, nullptr);
+    // The centre lies in the tile, 8,000 m up on the plateau...
+    const Geodetic centre = toGeodetic(ellipsoid, high->getCenter());
+    EXPECT_NEAR(centre.height, 8000.0, 1.0);
+    // ... so the plateau's tile splits where the sea-level one does, at six
+    // times its half diagonal (3.1 km), not at six times the plateau's height
+    // (48 km), which would refine every tile within 48 km down to the
+    // deepest level.
+    EXPECT_NEAR(high->getMinRange(0), low->getMinRange(0), low->getMinRange(0) * 0.01);
+    EXPECT_GT(high->getMinRange(0), 15000.0f);
+    EXPECT_LT(high->getMinRange(0), 22000.0f);
+}
+
+TEST(TerrainTile, TilesStopRefiningWhereNoLayerHasFinerData)
+{
+    cxtest::TempDir dir;
+    // Imagery of level 1 everywhere, and of level 12 (256-pixel tiles) in
+    // the bounds of one level-12 tile near Beijing.
+    const std::string coarsePath = cxtest::writeQuadrants(dir.path());
+    const TileKey beijing = TileKey::fromLonLat(116.39, 39.91, 9);
+    const std::string finePath = (dir.path() / "fine.db").string();
+    {
+        cxtest::MBTilesFile file(finePath);
+        file.metadata("bounds", "116.3,39.8,116.5,40.0");
+        const int x = static_cast<int>((116.39 + 180.0) / 360.0 * 4096.0);
+        file.tile(12, x, 1552, cxtest::encode(*cxtest::solidImage(256, 255, 255, 255), "png"));
+    }
+    osg::ref_ptr<Map> map = new Map;
+    map->addLayer(new ImageLayer("coarse", cxtest::mbtilesOptions(coarsePath)));
+    osg::ref_ptr<TerrainEngine> coarseOnly = new TerrainEngine(map.get());
+
+    auto refines = [](TerrainEngine* engine, const TileKey& key) {
+        return dynamic_cast<osg::PagedLOD*>(engine->createTileNode(key).get()) != nullptr;
+    };
+    // The grid alone asks for level 8 (cells sag under a metre there).
+    EXPECT_TRUE(refines(coarseOnly.get(), TileKey(7, 100, 30)));
+    EXPECT_FALSE(refines(coarseOnly.get(), TileKey(8, 200, 60)));
+    EXPECT_FALSE(refines(coarseOnly.get(), beijing));
+
+    // With the fine layer: refined in its bounds, down to where two texels
+    // fall on each of its pixels, and nowhere else.
+    map->addLayer(new ImageLayer("fine", cxtest::mbtilesOptions(finePath)));
+    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    EXPECT_TRUE(refines(engine.get(), beijing));
+    EXPECT_FALSE(refines(engine.get(), TileKey(9, 100, 60)));
+    // Mercator pixels of level 12 near 40 N span 360 / 2^20 * cos(40 N)
+    // degrees; a geodetic tile of level L spans 180 / 2^L degrees in 256
+    // texels: refined while 2 * 180 / 2^L / 256 > that, so up to level 12.
+    EXPECT_TRUE(refines(engine.get(), TileKey::fromLonLat(116.39, 39.91, 12)));
+    EXPECT_FALSE(refines(engine.get(), TileKey::fromLonLat(116.39, 39.91, 13)));
+    // The deepest level of the engine still wins.
+    engine->setMaxLevel(10);
+    EXPECT_FALSE(refines(engine.get(), TileKey::fromLonLat(116.39, 39.91, 10)));
+}
+
+TEST(TerrainEngine, ChildrenThatCannotBeBuiltAreAnsweredWithTheParentsOwnModel)
+{
+    cxtest::TempDir dir;
+    osg::ref_ptr<MapNode> mapNode = new MapNode;
+    mapNode->getMap()->addLayer(new ImageLayer("colours", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
+    TerrainEngine* engine = mapNode->getTerrainEngine();
+    engine->setMaxLevel(3);
+    update(mapNode.get());
+    osg::PagedLOD* root = engine->getRoot();
+    ASSERT_NE(root, nullptr);
+    const auto* options = dynamic_cast<const osgDB::Options*>(root->getDatabaseOptions());
+    const std::string serial = root->getFileName(0).substr(0, root->getFileName(0).find('.'));
+
+    // Children of a level-3 tile lie past the deepest level: the answer is a
+    // node (so the pager does not ask again), holding the tile's own model.
+    const std::string name = serial + ".3_10_2.globe_terrain";
+    osgDB::ReaderWriter::ReadResult result = osgDB::Registry::instance()->readNode(name, options, false);
+    ASSERT_TRUE(result.validNode()) << result.message();
+    osg::Group* standIn = result.getNode()->asGroup();
+    ASSERT_NE(standIn, nullptr);
+    ASSERT_EQ(standIn->getNumChildren(), 1u);
+    auto* model = dynamic_cast<osg::MatrixTransform*>(standIn->getChild(0));
+    ASSERT_NE(model, nullptr);
+    EXPECT_EQ(model->getName(), TileKey(3, 10, 2).str());
+
+    // A name of no terrain is an error, not a stand-in.
+    EXPECT_FALSE(osgDB::Registry::instance()->readNode("99999.3_10_2.globe_terrain", options, false).validNode());
+}
+

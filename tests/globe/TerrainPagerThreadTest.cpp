@@ -41,6 +41,10 @@ std::string makeImagery(const cxtest::TempDir& dir, const char* name, unsigned c
     for (int x = 0; x < 2; ++x)
         for (int y = 0; y < 2; ++y)
             file.tile(1, x, y, cxtest::encode(*cxtest::solidImage(64, r, g, b), "png"));
+    // One tile of level 13 (at the antimeridian, far from the places the
+    // tests look at) makes the layer's data fine enough for the terrain to
+    // refine down to level 14; elsewhere level 1 is magnified.
+    file.tile(13, 0, 0, cxtest::encode(*cxtest::solidImage(64, r, g, b), "png"));
     return path;
 }
 
