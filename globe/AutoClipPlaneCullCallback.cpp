@@ -111,7 +111,7 @@ private:
     double _horizonNear = 1.0;
     double _horizonFar = 1.0;
     double _nearFarRatio = 0.0005;
-    double _minimumNear = 1.0;
+    double _minimumNear = 0.5;
     mutable double _lastNear = 0.0;
     mutable double _lastFar = 0.0;
     bool _valid = false;

@@ -224,11 +224,12 @@ TEST(AutoClipPlanes, FiftyMetreBuildingFromAHundredMetresOverTheGround)
         EXPECT_LE(zNear, 25.0) << ground;
         EXPECT_GE(zFar, 300000.0) << ground; // distant mountains stay in
         // No z-fighting: the depth buffer resolves well under a millimetre at
-        // 50 m and a few centimetres at a kilometre.
+        // 50 m and about a decimetre at a kilometre (the near plane stays
+        // under the half-metre minimum, below the manipulator's clearance).
         EXPECT_LT(depthStep(50.0, zNear, zFar), 0.001) << ground;
-        EXPECT_LT(depthStep(1000.0, zNear, zFar), 0.1) << ground;
+        EXPECT_LT(depthStep(1000.0, zNear, zFar), 0.15) << ground;
         // The horizon (with mountains behind it) is inside, and the ratio stays bounded.
-        EXPECT_LT(zFar / zNear, 2.0e6) << ground;
+        EXPECT_LT(zFar / zNear, 4.0e6) << ground;
     }
 }
 
@@ -241,14 +242,14 @@ TEST(AutoClipPlanes, NearGrowsWithClearanceOverTheHighestGround)
         double zNear = 0, zFar = 0;
         ASSERT_TRUE(clip->computeClipPlanes(cxtest::worldOf(10.0, 50.0, h), zNear, zFar));
         EXPECT_GE(zNear, previous) << h;
-        EXPECT_GE(zNear, 1.0);
+        EXPECT_GE(zNear, 0.5);
         // A mountain top right under the eye is still well beyond near.
         EXPECT_LE(zNear, 0.5 * std::max(h - 8848.0, 2.0)) << h;
         previous = zNear;
     }
     double zNear = 0, zFar = 0;
     clip->computeClipPlanes(cxtest::worldOf(10.0, 50.0, 100.0), zNear, zFar);
-    EXPECT_DOUBLE_EQ(zNear, 1.0);
+    EXPECT_DOUBLE_EQ(zNear, 0.5);
 }
 
 TEST(AutoClipPlanes, SettingsAndBadInput)
@@ -264,11 +265,12 @@ TEST(AutoClipPlanes, SettingsAndBadInput)
     EXPECT_TRUE(clip->computeClipPlanes(osg::Vec3d(0, 0, 0), zNear, zFar));
     EXPECT_GT(zFar, zNear);
 
-    clip->setMinimumNear(0.5);
     EXPECT_DOUBLE_EQ(clip->getMinimumNear(), 0.5);
+    clip->setMinimumNear(0.25);
+    EXPECT_DOUBLE_EQ(clip->getMinimumNear(), 0.25);
     clip->setMinimumNear(-3.0);
     clip->setMinimumNear(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_DOUBLE_EQ(clip->getMinimumNear(), 0.5);
+    EXPECT_DOUBLE_EQ(clip->getMinimumNear(), 0.25);
     clip->setNearFactor(5.0);
     EXPECT_DOUBLE_EQ(clip->getNearFactor(), 1.0);
     clip->setNearFactor(0.0);
@@ -300,7 +302,7 @@ TEST(AutoClipPlanes, CullTraversalAppliesThePlanesAndKeepsTheBoxInside)
     // The building's near face is 50 m ahead; its far corners about 120 m away.
     EXPECT_LT(zNear, 50.0 * 0.5);
     EXPECT_GT(zFar, 130.0);
-    EXPECT_GE(zNear, 1.0);
+    EXPECT_GE(zNear, clip->getMinimumNear());
     // The field of view is kept, and the camera's matrix carries the planes.
     double fovy = 0, aspect = 0, n = 0, f = 0;
     ASSERT_TRUE(projection.getPerspective(fovy, aspect, n, f));

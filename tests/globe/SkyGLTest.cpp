@@ -393,7 +393,7 @@ TEST_F(SkyGroundGL, BuildingFiftyMetresAwayIsNotClipped)
     double nearPlane = 0, farPlane = 0;
     ASSERT_TRUE(clipA->getLastClipPlanes(nearPlane, farPlane));
     EXPECT_LT(nearPlane, 25.0);
-    EXPECT_GE(nearPlane, 1.0);
+    EXPECT_GE(nearPlane, clipA->getMinimumNear());
     EXPECT_GT(farPlane, 100000.0);
 
     // The building's face, at eye level and near its top, and its sides.
