@@ -20,6 +20,12 @@ osg::ref_ptr<osg::Image> FrameCapture::image() const
     return _image;
 }
 
+osg::ref_ptr<osg::Image> FrameCapture::depth() const
+{
+    std::lock_guard<std::mutex> lock(_mutex);
+    return _depth;
+}
+
 void FrameCapture::operator()(osg::RenderInfo& renderInfo) const
 {
     if (!_armed.exchange(false) && !_continuous)
@@ -29,14 +35,21 @@ void FrameCapture::operator()(osg::RenderInfo& renderInfo) const
     if (!viewport || viewport->width() <= 0 || viewport->height() <= 0)
         return;
 
+    const int x = static_cast<int>(viewport->x()), y = static_cast<int>(viewport->y());
+    const int width = static_cast<int>(viewport->width()), height = static_cast<int>(viewport->height());
     osg::ref_ptr<osg::Image> image = new osg::Image;
     glReadBuffer(camera->getReadBuffer() ? camera->getReadBuffer() : GL_BACK);
-    image->readPixels(static_cast<int>(viewport->x()), static_cast<int>(viewport->y()),
-                      static_cast<int>(viewport->width()), static_cast<int>(viewport->height()), GL_RGBA,
-                      GL_UNSIGNED_BYTE);
+    image->readPixels(x, y, width, height, GL_RGBA, GL_UNSIGNED_BYTE);
+    osg::ref_ptr<osg::Image> depth;
+    if (_captureDepth)
+    {
+        depth = new osg::Image;
+        depth->readPixels(x, y, width, height, GL_DEPTH_COMPONENT, GL_FLOAT);
+    }
     {
         std::lock_guard<std::mutex> lock(_mutex);
         _image = image;
+        _depth = depth;
     }
     ++_captures;
 }

@@ -22,9 +22,14 @@ public:
     void arm() { _armed = true; }
     /** Reads every frame back until disarmed. */
     void setContinuous(bool on) { _continuous = on; }
+    /** Reads the depth buffer back too (off by default). */
+    void setCaptureDepth(bool on) { _captureDepth = on; }
 
     /** The last frame read back (RGBA, bottom row first); null before any. */
     osg::ref_ptr<osg::Image> image() const;
+    /** Its depth buffer (one float in [0, 1] per pixel, bottom row first)
+      * when setCaptureDepth() is on; null otherwise. */
+    osg::ref_ptr<osg::Image> depth() const;
     unsigned int captures() const { return _captures; }
 
     void operator()(osg::RenderInfo& renderInfo) const override;
@@ -32,9 +37,11 @@ public:
 private:
     mutable std::atomic<bool> _armed{false};
     std::atomic<bool> _continuous{false};
+    std::atomic<bool> _captureDepth{false};
     mutable std::atomic<unsigned int> _captures{0};
     mutable std::mutex _mutex;
     mutable osg::ref_ptr<osg::Image> _image;
+    mutable osg::ref_ptr<osg::Image> _depth;
 };
 
 } // namespace cxhost

@@ -1,8 +1,8 @@
 // The map set-up on a real X11 window with the real sample data (Blue Marble
 // imagery and SRTM elevation prepared by scripts/prepare-data.sh): the start
 // flight over China, picking the ground, and the failure cases.
+#include "SampleMapFixture.h"
 #include "TempDir.h"
-#include "ViewerFixture.h"
 
 #include <globe/AutoClipPlaneCullCallback>
 #include <globe/ElevationLayer>
@@ -25,145 +25,18 @@
 
 using cxtest::ViewerFixture;
 
-namespace
-{
+using cxtest::sampleDataPresent;
+using cxtest::sampleDir;
+using cxtest::secondsSince;
 
-// Where the prepared sample data lie: $CXVIEWER_SAMPLE_DIR, else the folder
-// the build was configured with.
-std::string sampleDir()
-{
-    if (const char* env = std::getenv("CXVIEWER_SAMPLE_DIR"); env && *env)
-        return env;
-    return CXTEST_SAMPLE_DIR;
-}
-
-::testing::AssertionResult sampleDataPresent(const std::string& base)
-{
-    for (const char* file : {"/myselftest/china-simple.earth", "/data/base/image.db", "/data/base/dem.db"})
-    {
-        if (!std::filesystem::is_regular_file(base + file))
-            return ::testing::AssertionFailure()
-                   << "the real sample data are missing: no " << base << file
-                   << ". Prepare them with scripts/prepare-data.sh (or point CXVIEWER_SAMPLE_DIR at them).";
-    }
-    return ::testing::AssertionSuccess();
-}
-
-double seconds(std::chrono::steady_clock::time_point since)
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
-}
-
-} // namespace
-
-/** A viewer on the real sample data, in a small window (llvmpipe is slow). */
-class MapSetup : public ViewerFixture
-{
-protected:
-    MapSetup()
-    {
-        windowWidth = 480;
-        windowHeight = 360;
-        basePath = sampleDir();
-    }
-
-    void SetUp() override
-    {
-        ASSERT_TRUE(sampleDataPresent(basePath));
-        ViewerFixture::SetUp();
-    }
-
-    globe::EarthManipulator* globeManipulator() const
-    {
-        return dynamic_cast<globe::EarthManipulator*>(viewer->getViewer()->getCameraManipulator());
-    }
-
-    /** Draws frames until the running flight has ended and the pager has
-      * merged everything the view asked for; false after `limit` seconds. */
-    bool settle(double limit = 120.0)
-    {
-        const auto start = std::chrono::steady_clock::now();
-        globe::EarthManipulator* manipulator = globeManipulator();
-        osgDB::DatabasePager* pager = viewer->getViewer()->getDatabasePager();
-        int idleFrames = 0;
-        while (seconds(start) < limit)
-        {
-            frames(1);
-            const bool flying = manipulator && manipulator->isSettingViewpoint();
-            idleFrames = (!flying && !pager->getRequestsInProgress()) ? idleFrames + 1 : 0;
-            if (idleFrames >= 5)
-                return true;
-        }
-        return false;
-    }
-
-    /** Window position (origin bottom-left) of a world point. */
-    osg::Vec3d toWindow(const osg::Vec3d& world) const
-    {
-        osg::Camera* camera = viewer->getViewer()->getCamera();
-        const osg::Matrixd m = camera->getViewMatrix() * camera->getProjectionMatrix()
-                               * camera->getViewport()->computeWindowMatrix();
-        return world * m;
-    }
-
-    osg::Vec3d worldOf(double lon, double lat, double height = 0.0) const
-    {
-        osg::Vec3d p;
-        viewer->mapNode->getEllipsoidModel()->convertLatLongHeightToXYZ(
-            osg::DegreesToRadians(lat), osg::DegreesToRadians(lon), height, p.x(), p.y(), p.z());
-        return p;
-    }
-
-    /** The colour drawn at a longitude and latitude. */
-    osg::Vec4ub colourAt(const osg::Image& frame, double lon, double lat) const
-    {
-        const osg::Vec3d w = toWindow(worldOf(lon, lat));
-        const int x = static_cast<int>(std::lround(w.x()));
-        const int y = frame.t() - 1 - static_cast<int>(std::lround(w.y()));
-        EXPECT_TRUE(x >= 0 && x < frame.s() && y >= 0 && y < frame.t()) << lon << ", " << lat << " is off screen";
-        return cxtest::pixelAt(frame, std::clamp(x, 0, frame.s() - 1), std::clamp(y, 0, frame.t() - 1));
-    }
-
-    /** The first scene hit under a window position (origin bottom-left). */
-    bool pick(double x, double y, osg::Vec3d& world) const
-    {
-        osg::ref_ptr<osgUtil::LineSegmentIntersector> picker =
-            new osgUtil::LineSegmentIntersector(osgUtil::Intersector::WINDOW, x, y);
-        osgUtil::IntersectionVisitor visitor(picker.get());
-        viewer->getViewer()->getCamera()->accept(visitor);
-        if (!picker->containsIntersections())
-            return false;
-        world = picker->getFirstIntersection().getWorldIntersectPoint();
-        return true;
-    }
-
-    void pickCentre(double& lon, double& lat, double& height)
-    {
-        osg::Vec3d world;
-        ASSERT_TRUE(pick(windowWidth / 2.0, windowHeight / 2.0, world)) << "nothing under the window centre";
-        viewer->mapNode->getEllipsoidModel()->convertXYZToLatLongHeight(world.x(), world.y(), world.z(), lat, lon,
-                                                                        height);
-        lat = osg::RadiansToDegrees(lat);
-        lon = osg::RadiansToDegrees(lon);
-    }
-
-    /** Flies (at once) to a top-down view and waits for the tiles. */
-    void lookDownAt(double lon, double lat, double height, double range)
-    {
-        globe::EarthManipulator* manipulator = globeManipulator();
-        ASSERT_NE(manipulator, nullptr);
-        ASSERT_TRUE(settle()) << "the start view did not settle";
-        manipulator->setViewpoint(manipulator->createViewpoint(lon, lat, height, 0.0, -90.0, range), 0.0);
-        ASSERT_TRUE(settle()) << "the tiles under " << lon << ", " << lat << " did not settle";
-    }
-};
+using MapSetup = cxtest::SampleMapFixture;
 
 TEST_F(MapSetup, StartFlightShowsTheGlobeOverChinaInFrontOfTheSky)
 {
     ASSERT_NE(globeManipulator(), nullptr) << "the earth file did not load";
     const auto start = std::chrono::steady_clock::now();
     ASSERT_TRUE(settle()) << "the start flight or its tiles did not finish";
-    EXPECT_GE(seconds(start), 2.9) << "the start flight lasts 3 s";
+    EXPECT_GE(secondsSince(start), 2.9) << "the start flight lasts 3 s";
     osg::ref_ptr<osg::Image> frame = grabFrame();
     ASSERT_TRUE(frame.valid());
     cxtest::saveScreenshot(*frame, "map_start_view");
@@ -451,7 +324,7 @@ TEST_F(MapSetupChinesePath, LoadsTheMapAndItsLayersFromAUtf8Folder)
     const auto start = std::chrono::steady_clock::now();
     osgDB::DatabasePager* pager = v.getViewer()->getDatabasePager();
     int idle = 0;
-    while (idle < 5 && seconds(start) < 120.0)
+    while (idle < 5 && secondsSince(start) < 120.0)
     {
         frames(1);
         idle = (!v.earthManipulator->isSettingViewpoint() && !pager->getRequestsInProgress()) ? idle + 1 : 0;
@@ -540,7 +413,7 @@ TEST_F(MapSetupReadByTest, EmptyBasePathGivesPathsFromTheRoot)
     osgDB::DatabasePager* pager = viewer->getViewer()->getDatabasePager();
     const auto start = std::chrono::steady_clock::now();
     int idle = 0;
-    while (idle < 5 && seconds(start) < 60.0)
+    while (idle < 5 && secondsSince(start) < 60.0)
     {
         frames(1);
         idle = (!manipulator->isSettingViewpoint() && !pager->getRequestsInProgress()) ? idle + 1 : 0;
