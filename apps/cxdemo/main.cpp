@@ -2,16 +2,19 @@
 // to CXViewer, drives the frames, and can write the last frame to a PNG.
 //
 //   cxdemo [--base-path DIR] [--model-root DIR] [--frames N] [--snapshot FILE.png]
-//          [--size WIDTHxHEIGHT]
+//          [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
 
 #include "FrameCapture.h"
 #include "X11HostWindow.h"
 
 #include <viewer/CXViewer>
 
+#include <globe/EarthManipulator>
+
 #include <osgDB/WriteFile>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -33,18 +36,71 @@ struct Options
     std::string snapshot;
     int width = 1280;
     int height = 720;
+    /** Where to fly after the start flight. */
+    bool hasViewpoint = false;
+    double longitude = 0.0, latitude = 0.0, range = 0.0, heading = 0.0, pitch = -90.0;
+    /** Stop once the flights have landed and the pager is idle. */
+    bool settle = false;
 };
+
+// How long the flight to --viewpoint takes.
+constexpr double kViewpointFlightSeconds = 2.0;
+// Frames without a flight or a pending tile after which a view has settled.
+constexpr int kSettledFrames = 20;
+
+// "LON,LAT,RANGE[,HEADING,PITCH]": degrees, metres, degrees.
+bool parseViewpoint(const char* text, Options& options)
+{
+    double v[5] = {0.0, 0.0, 0.0, 0.0, -90.0};
+    int count = 0;
+    const char* p = text;
+    while (count < 5)
+    {
+        char* end = nullptr;
+        v[count] = std::strtod(p, &end);
+        if (end == p)
+            return false;
+        ++count;
+        if (*end == '\0')
+            break;
+        if (*end != ',')
+            return false;
+        p = end + 1;
+    }
+    if ((count != 3 && count != 5) || *p == '\0')
+        return false;
+    for (double value : v)
+        if (!std::isfinite(value))
+            return false;
+    if (v[1] < -90.0 || v[1] > 90.0 || v[2] < 0.0)
+        return false;
+    options.hasViewpoint = true;
+    options.longitude = v[0];
+    options.latitude = v[1];
+    options.range = v[2];
+    options.heading = v[3];
+    options.pitch = v[4];
+    return true;
+}
 
 void usage(const char* program)
 {
     std::fprintf(stderr,
                  "usage: %s [--base-path DIR] [--model-root DIR] [--frames N] [--snapshot FILE.png]"
                  " [--size WIDTHxHEIGHT]\n"
+                 "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
                  "  --frames      number of frames to draw, then exit (default: until the window closes)\n"
                  "  --snapshot    write the last frame to this PNG file\n"
-                 "  --size        window size (default 1280x720)\n",
+                 "  --size        window size (default 1280x720)\n"
+                 "  --viewpoint   after the start flight, fly to this view: longitude and latitude in\n"
+                 "                degrees, range in metres from the ground, optionally heading and pitch\n"
+                 "                in degrees (default 0,-90: north up, looking straight down)\n"
+                 "  --settle      exit once the flights have landed and every tile of the view is in\n"
+                 "                (at the latest after --frames)\n"
+                 "mouse: left drag pans, middle drag rotates, right drag or wheel zooms; arrow keys pan;\n"
+                 "space flies home\n",
                  program, CXDEMO_DEFAULT_DATA_DIR);
 }
 
@@ -83,6 +139,16 @@ bool parse(int argc, char** argv, Options& options)
         }
         else if (arg == "--snapshot" && (v = value("--snapshot")))
             options.snapshot = v;
+        else if (arg == "--viewpoint" && (v = value("--viewpoint")))
+        {
+            if (!parseViewpoint(v, options))
+            {
+                std::fprintf(stderr, "--viewpoint wants LON,LAT,RANGE or LON,LAT,RANGE,HEADING,PITCH, not '%s'\n", v);
+                return false;
+            }
+        }
+        else if (arg == "--settle")
+            options.settle = true;
         else if (arg == "--size" && (v = value("--size")))
         {
             if (std::sscanf(v, "%dx%d", &options.width, &options.height) != 2 || options.width < 1 ||
@@ -140,19 +206,43 @@ int main(int argc, char** argv)
     if (!options.snapshot.empty())
         capture = cxhost::FrameCapture::install(viewer->getViewer()->getCamera());
 
+    // The start flight runs from the first frame; the requested view follows
+    // once it has landed.
+    globe::EarthManipulator* manipulator = viewer->earthManipulator.get();
+    const bool onGlobe = manipulator && viewer->getViewer()->getCameraManipulator() == manipulator;
+    if (options.hasViewpoint && !onGlobe)
+        std::fprintf(stderr, "cxdemo: no globe (the earth file did not load); --viewpoint is ignored\n");
+    bool viewpointPending = options.hasViewpoint && onGlobe;
+    osgDB::DatabasePager* pager = viewer->getViewer()->getDatabasePager();
+    int quietFrames = 0;
+
     long frame = 0;
     const auto frameTime = std::chrono::milliseconds(16);
     while (!composite->done() && window.processEvents())
     {
         const auto start = std::chrono::steady_clock::now();
-        const bool last = options.frames > 0 && frame + 1 >= options.frames;
+        bool last = options.frames > 0 && frame + 1 >= options.frames;
+        // A settled view: one more frame, captured.
+        if (options.settle && quietFrames >= kSettledFrames)
+            last = true;
         if (capture && (last || options.frames < 0))
             capture->arm();
         composite->frame();
         ++frame;
         if (last)
             break;
-        if (options.frames < 0)
+
+        const bool flying = onGlobe && manipulator->isSettingViewpoint();
+        if (viewpointPending && frame > 1 && !flying)
+        {
+            viewpointPending = false;
+            manipulator->setViewpoint(manipulator->createViewpoint(options.longitude, options.latitude, 0.0,
+                                                                   options.heading, options.pitch, options.range),
+                                      kViewpointFlightSeconds);
+        }
+        const bool busy = flying || viewpointPending || (pager && pager->getRequestsInProgress());
+        quietFrames = busy ? 0 : quietFrames + 1;
+        if (options.frames < 0 && !options.settle)
             std::this_thread::sleep_until(start + frameTime);
     }
     std::printf("cxdemo: drew %ld frames\n", frame);
