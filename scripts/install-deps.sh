@@ -9,6 +9,7 @@ packages=(
   libopenscenegraph-dev openscenegraph
   libproj-dev proj-data
   libsqlite3-dev
+  libgdal-dev
   libtinyxml-dev
   qtbase5-dev
   libx11-dev libgl-dev

@@ -2,15 +2,20 @@
 
 #include "EarthFile.h"
 #include "Error.h"
+#include "GdalSupport.h"
+#include "GeoMosaic.h"
 #include "HeightGrid.h"
 #include "Progress.h"
 #include "PyramidBuilder.h"
 #include "SourceReader.h"
 #include "TileMath.h"
+#include "WarpedPyramidBuilder.h"
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <map>
+#include <optional>
 #include <ostream>
 #include <set>
 
@@ -47,7 +52,7 @@ struct Arguments
 };
 
 const std::set<std::string> kValueOptions = {"--format", "--quality", "--max-zoom", "--name", "--description",
-                                             "--attribution", "--image", "--elevation"};
+                                             "--attribution", "--image", "--elevation", "--srs"};
 const std::set<std::string> kFlagOptions = {"--clean", "--no-clean", "--quiet"};
 
 Arguments parse(const std::vector<std::string>& args, std::size_t first, const std::set<std::string>& allowed)
@@ -126,10 +131,56 @@ class SilentProgress : public Progress
 {
 };
 
+/** How the inputs of a command are read. */
+enum class InputMode
+{
+    /** Georeferenced rasters, warped into the pyramid over their extent. */
+    Georeferenced,
+    /** One whole-Earth equirectangular grid (or the marble SRTM pair) without
+     *  georeferencing, as the tool has always read them. */
+    WholeEarth
+};
+
+/**
+ * Opens every input and reads a block at its start and its end (in order, so that
+ * the first bad one is the one reported), and decides how they are read: all
+ * georeferenced, or none. A folder is the marble SRTM layout for elevation and
+ * left to its reader.
+ */
+InputMode inputMode(const std::vector<std::string>& inputs, bool folderAllowed)
+{
+    std::string georeferenced;
+    std::string plain;
+    for (const std::string& input : inputs)
+    {
+        std::error_code ec;
+        if (folderAllowed && inputs.size() == 1 && std::filesystem::is_directory(input, ec))
+            return InputMode::WholeEarth;
+        const DatasetPtr dataset = openRaster(input);
+        probeReadable(static_cast<GDALDatasetH>(dataset.get()), input);
+        std::string& kind = hasGeoreferencing(static_cast<GDALDatasetH>(dataset.get())) ? georeferenced : plain;
+        if (kind.empty())
+            kind = input;
+    }
+    if (!georeferenced.empty() && !plain.empty())
+        throw Error("cannot read '" + plain + "': it is not georeferenced (no geotransform, world file or ground "
+                    "control points) while '" + georeferenced + "' is; a mosaic needs every input placed on the Earth");
+    return georeferenced.empty() ? InputMode::WholeEarth : InputMode::Georeferenced;
+}
+
+void reportLevels(std::ostream& out, const GeoMosaic& mosaic, const PyramidOptions& options)
+{
+    if (options.maxZoom >= 0)
+        out << "  deepest level " << options.maxZoom << " (--max-zoom); the inputs' pixels suggest "
+            << mosaic.naturalMaxZoom() << "\n";
+    else
+        out << "  deepest level " << mosaic.naturalMaxZoom() << ", the first as fine as the inputs' pixels\n";
+}
+
 int runImage(const Arguments& a, std::ostream& out, bool interactive)
 {
-    if (a.positional.size() != 2)
-        throw UsageError("'image' takes an input image and an output file");
+    if (a.positional.size() < 2)
+        throw UsageError("'image' takes one or more input images and an output file");
     PyramidOptions options = pyramidOptions(a);
     const std::string format = a.value("--format", "jpg");
     if (format == "png")
@@ -141,29 +192,78 @@ int runImage(const Arguments& a, std::ostream& out, bool interactive)
     if (a.has("--quality"))
         options.jpegQuality = parseInt("--quality", a.value("--quality"), 1, 100);
 
-    const std::string& input = a.positional[0];
-    const std::string& output = a.positional[1];
-    out << "reading " << input << "\n";
-    const EquirectImage source = readEquirectImage(input);
-    out << "  " << source.width() << " x " << source.height() << " pixels, " << source.channels() << " channels\n";
-
+    const std::vector<std::string> inputs(a.positional.begin(), a.positional.end() - 1);
+    const std::string& output = a.positional.back();
     TerminalProgress terminal(out, interactive);
     SilentProgress silent;
     Progress& progress = a.has("--quiet") ? static_cast<Progress&>(silent) : terminal;
+
+    if (inputMode(inputs, false) == InputMode::Georeferenced)
+    {
+        out << "reading " << (inputs.size() == 1 ? inputs[0] : std::to_string(inputs.size()) + " inputs") << "\n";
+        const GeoMosaic mosaic(inputs, RasterKind::Imagery, a.value("--srs"));
+        out << mosaic.description();
+        reportLevels(out, mosaic, options);
+        const PyramidSummary summary = buildImageryPyramid(mosaic, output, options, progress);
+        reportWritten(out, output, summary);
+        if (summary.transparentTiles > 0)
+            out << "  " << summary.transparentTiles << " tiles with transparent pixels written as PNG\n";
+        return 0;
+    }
+
+    if (inputs.size() != 1)
+        throw Error("'" + inputs[0] + "' is not georeferenced; several inputs form a mosaic only by their "
+                    "georeferencing, and an image without it must be a whole-Earth image on its own");
+    if (a.has("--srs"))
+        throw Error("'" + inputs[0] + "' is not georeferenced: --srs names the coordinate system of georeferenced "
+                    "inputs that lack one (a world file without a .prj), it cannot place an image");
+    out << "reading " << inputs[0] << "\n";
+    const EquirectImage source = readEquirectImage(inputs[0]);
+    out << "  " << source.width() << " x " << source.height() << " pixels, " << source.channels()
+        << " channels, the whole Earth (not georeferenced)\n";
     reportWritten(out, output, buildImageryPyramid(source, output, options, progress));
     return 0;
 }
 
 int runElevation(const Arguments& a, std::ostream& out, bool interactive)
 {
-    if (a.positional.size() < 2 || a.positional.size() > 3)
-        throw UsageError("'elevation' takes one or two inputs and an output file");
+    if (a.positional.size() < 2)
+        throw UsageError("'elevation' takes one or more inputs and an output file");
     if (a.has("--clean") && a.has("--no-clean"))
         throw UsageError("--clean and --no-clean exclude each other");
     const PyramidOptions options = pyramidOptions(a);
     const std::vector<std::string> inputs(a.positional.begin(), a.positional.end() - 1);
     const std::string& output = a.positional.back();
+    TerminalProgress terminal(out, interactive);
+    SilentProgress silent;
+    Progress& progress = a.has("--quiet") ? static_cast<Progress&>(silent) : terminal;
 
+    if (inputMode(inputs, true) == InputMode::Georeferenced)
+    {
+        out << "reading " << (inputs.size() == 1 ? inputs[0] : std::to_string(inputs.size()) + " inputs") << "\n";
+        const GeoMosaic mosaic(inputs, RasterKind::Elevation, a.value("--srs"));
+        out << mosaic.description();
+        reportLevels(out, mosaic, options);
+        std::optional<HeightCleaning> cleaning;
+        if (a.has("--clean"))
+        {
+            cleaning = HeightCleaning{kLowestGround, kHighestGround, kSpikeThreshold};
+            out << "  heights outside " << kLowestGround << ".." << kHighestGround << " m, and lone spikes over "
+                << kSpikeThreshold << " m, are treated as voids\n";
+        }
+        const PyramidSummary summary = buildElevationPyramid(mosaic, output, options, cleaning, progress);
+        out << "  " << summary.voidsFilled << " void pixels of level " << summary.maxZoom
+            << " filled from their neighbours\n";
+        reportWritten(out, output, summary);
+        return 0;
+    }
+
+    if (inputs.size() > 2)
+        throw Error("'" + inputs[0] + "' is not georeferenced; without georeferencing the elevation is one height "
+                    "image, one folder of SRTM tiles, or the west and east SRTM tiles");
+    if (a.has("--srs"))
+        throw Error("'" + inputs[0] + "' is not georeferenced: --srs names the coordinate system of georeferenced "
+                    "inputs that lack one (a world file without a .prj), it cannot place an image");
     HeightSource source = readHeightSource(inputs);
     HeightGrid& grid = source.grid;
     out << "read " << source.description << ", " << grid.voidCount() << " voids\n";
@@ -176,10 +276,6 @@ int runElevation(const Arguments& a, std::ostream& out, bool interactive)
     }
     const std::size_t filled = grid.fillVoids();
     out << "  " << filled << " voids filled from their neighbours\n";
-
-    TerminalProgress terminal(out, interactive);
-    SilentProgress silent;
-    Progress& progress = a.has("--quiet") ? static_cast<Progress&>(silent) : terminal;
     reportWritten(out, output, buildElevationPyramid(grid, output, options, progress));
     return 0;
 }
@@ -202,25 +298,35 @@ int runEarth(const Arguments& a, std::ostream& out)
 std::string usageText(const std::string& program)
 {
     return "usage:\n"
-           "  " + program + " image INPUT OUTPUT.db [options]\n"
-           "      INPUT: a whole-Earth equirectangular (plate carree) image, twice as wide as high\n"
-           "      (JPEG, PNG, TIFF). Writes an MBTiles imagery pyramid in spherical mercator.\n"
-           "      --format jpg|png     tile format (default jpg)\n"
+           "  " + program + " image INPUT... OUTPUT.db [options]\n"
+           "      INPUT: any raster GDAL reads (GeoTIFF, JPEG or PNG with a world file, JPEG 2000,\n"
+           "      VRT, ...) in any coordinate system; several inputs form one mosaic. Pixels without\n"
+           "      data (nodata, alpha, outside the inputs) are transparent, and tiles exist only over\n"
+           "      the data. An image without georeferencing, twice as wide as high, is the whole Earth\n"
+           "      (equirectangular). Writes an MBTiles imagery pyramid in spherical mercator.\n"
+           "      --format jpg|png     format of opaque tiles (default jpg); tiles with transparency are PNG\n"
            "      --quality N          JPEG quality 1-100 (default 90)\n"
-           "  " + program + " elevation INPUT [INPUT2] OUTPUT.db [options]\n"
-           "      INPUT: a folder of the marble SRTM tiles (000000_000000.png, 000000_000001.png),\n"
-           "      the west and east SRTM tiles (RGB, height = (int16)(G * 256 + B), -32768 void),\n"
-           "      or one whole-Earth single-channel 16-bit image of heights in metres.\n"
-           "      Writes a Terrain-RGB MBTiles elevation pyramid; voids are filled from their neighbours.\n"
+           "  " + program + " elevation INPUT... OUTPUT.db [options]\n"
+           "      INPUT: georeferenced rasters of heights in metres (band 1 with its scale and offset;\n"
+           "      GeoTIFF, SRTM .hgt, ...); several form one mosaic; nodata pixels are voids.\n"
+           "      Without georeferencing: a folder of the marble SRTM tiles (000000_000000.png,\n"
+           "      000000_000001.png), the west and east SRTM tiles (RGB, height = (int16)(G * 256 + B),\n"
+           "      -32768 void), or one whole-Earth single-channel 16-bit image of heights in metres.\n"
+           "      Writes a Terrain-RGB MBTiles elevation pyramid; voids are filled from their neighbours,\n"
+           "      heights outside georeferenced inputs are 0 m.\n"
            "      --clean / --no-clean treat corrupt cells (impossible heights, lone spikes) as voids\n"
-           "                           (default: on for SRTM tiles, off for height images)\n"
+           "                           (default: on for the RGB-encoded SRTM tiles, off otherwise)\n"
            "  " + program + " earth OUTPUT.earth [--name NAME] [--image DB] [--elevation DB]\n"
            "      Writes an earth file; layers only for the MBTiles files given (paths relative to it).\n"
            "  options of image and elevation:\n"
-           "      --max-zoom N         deepest level (default: from the source resolution)\n"
+           "      --max-zoom N         deepest level 0-" + std::to_string(kMaxZoomLimit) + "\n"
+           "                           (default: the first level as fine as the input's pixels)\n"
+           "      --srs SRS            coordinate system of georeferenced inputs that have none, such as\n"
+           "                           a world file without .prj (EPSG:4326, WKT or PROJ string)\n"
            "      --name, --description, --attribution TEXT   metadata (name defaults to OUTPUT's name)\n"
            "      -q, --quiet          no progress\n"
-           "An existing output is replaced only once the new one is complete.\n";
+           "Every input is checked before anything is written; an existing output is replaced only\n"
+           "once the new one is complete.\n";
 }
 
 int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std::ostream& err, bool interactive)
@@ -236,7 +342,8 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
         out << usageText(program);
         return 0;
     }
-    const std::set<std::string> common = {"--max-zoom", "--name", "--description", "--attribution", "--quiet"};
+    const std::set<std::string> common = {"--max-zoom", "--name",  "--description",
+                                          "--attribution", "--quiet", "--srs"};
     try
     {
         const auto start = std::chrono::steady_clock::now();

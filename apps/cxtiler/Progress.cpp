@@ -33,9 +33,20 @@ TerminalProgress::TerminalProgress(std::ostream& out, bool interactive) : _out(o
 std::string TerminalProgress::statusLine() const
 {
     std::ostringstream line;
-    line << _title << ": " << doneTiles() << "/" << totalTiles() << " tiles ";
+    const long total = totalTiles();
+    line << _title << ": " << doneTiles() << "/" << total << " tiles";
+    if (total > 0)
+        line << " (" << doneTiles() * 100 / total << "%)";
+    line << ' ';
+    // Deep pyramids would not fit a terminal line: then only the levels at work and
+    // the deepest one are listed.
+    const bool compact = _total.size() > 8;
     for (std::size_t z = 0; z < _total.size(); ++z)
-        line << " z" << z << " " << _done[z] << "/" << _total[z];
+    {
+        const bool working = _done[z] > 0 && _done[z] < _total[z];
+        if (!compact || working || z + 1 == _total.size())
+            line << " z" << z << " " << _done[z] << "/" << _total[z];
+    }
     return line.str();
 }
 

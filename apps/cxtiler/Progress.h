@@ -35,8 +35,9 @@ protected:
 
 /**
  * Progress on a terminal. Interactive terminals get one line rewritten in place
- * ("imagery: 120/341 tiles  z0 0/1  z1 1/4 ..."); logs get a line per tenth of
- * the work and one per finished level.
+ * ("imagery: 120/341 tiles (35%)  z0 0/1  z1 1/4 ...", only the levels at work
+ * and the deepest for more than eight levels); logs get a line per tenth of the
+ * work and one per finished level.
  */
 class TerminalProgress : public Progress
 {

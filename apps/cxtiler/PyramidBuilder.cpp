@@ -5,13 +5,12 @@
 #include "HeightGrid.h"
 #include "MBTilesWriter.h"
 #include "Progress.h"
+#include "PyramidMetadata.h"
 #include "TileMath.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
 #include <functional>
 #include <utility>
 #include <vector>
@@ -136,26 +135,6 @@ struct TileCentres
     }
 };
 
-void writeCommonMetadata(MBTilesWriter& writer, const std::string& output, const PyramidOptions& options,
-                         const std::string& format, int maxZoom)
-{
-    const std::string name = options.name.empty() ? std::filesystem::path(output).stem().string() : options.name;
-    char bounds[96];
-    std::snprintf(bounds, sizeof(bounds), "-180,%.6f,180,%.6f", -kMaxMercatorLatitude, kMaxMercatorLatitude);
-    writer.setMetadata("name", name);
-    writer.setMetadata("format", format);
-    writer.setMetadata("bounds", bounds);
-    writer.setMetadata("center", "0,0," + std::to_string(std::min(2, maxZoom)));
-    writer.setMetadata("minzoom", "0");
-    writer.setMetadata("maxzoom", std::to_string(maxZoom));
-    writer.setMetadata("type", "baselayer");
-    writer.setMetadata("version", "1");
-    if (!options.description.empty())
-        writer.setMetadata("description", options.description);
-    if (!options.attribution.empty())
-        writer.setMetadata("attribution", options.attribution);
-}
-
 template <typename Sample>
 PyramidSummary run(QuadtreeBuilder<Sample>& builder, MBTilesWriter& writer, Progress& progress, int maxZoom)
 {
@@ -181,7 +160,7 @@ PyramidSummary buildImageryPyramid(const EquirectImage& source, const std::strin
     const int channels = source.channels();
 
     MBTilesWriter writer(output);
-    writeCommonMetadata(writer, output, options, formatName(options.format), maxZoom);
+    writePyramidMetadata(writer, output, options, formatName(options.format), worldExtent(maxZoom));
     progress.begin("imagery", tilesPerLevel(maxZoom));
 
     auto sampleLeaf = [&](int zoom, int x, int y, std::uint8_t* pixels) {
@@ -215,7 +194,7 @@ PyramidSummary buildElevationPyramid(const HeightGrid& heights, const std::strin
         throw Error("internal error: the elevation grid still has voids");
 
     MBTilesWriter writer(output);
-    writeCommonMetadata(writer, output, options, "png", maxZoom);
+    writePyramidMetadata(writer, output, options, "png", worldExtent(maxZoom));
     writer.setMetadata("elevation_encoding", "mapbox");
     progress.begin("elevation", tilesPerLevel(maxZoom));
 

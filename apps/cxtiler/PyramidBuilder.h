@@ -33,8 +33,13 @@ struct PyramidSummary
 {
     int minZoom = 0;
     int maxZoom = 0;
+    /** Tiles written (tiles without data are not). */
     long tiles = 0;
     std::uint64_t tileBytes = 0;
+    /** Imagery: tiles written as PNG because they have transparent pixels. */
+    long transparentTiles = 0;
+    /** Elevation from georeferenced rasters: void pixels of the deepest level filled. */
+    long voidsFilled = 0;
 };
 
 /** Writes an imagery pyramid to `output` (replacing it only on success). Throws

@@ -1,9 +1,8 @@
 #include "SourceReader.h"
 
 #include "Error.h"
-
-#include <osg/Image>
-#include <osgDB/ReadFile>
+#include "GdalSupport.h"
+#include "ImageryBands.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,58 +23,81 @@ namespace
 
 constexpr std::int16_t kSrtmVoid = -32768;
 
-osg::ref_ptr<osg::Image> loadImage(const std::string& path)
+struct Raster
 {
-    std::error_code ec;
-    const fs::file_status status = fs::status(path, ec);
-    if (!fs::exists(status))
-        throw Error("cannot read '" + path + "': no such file");
-    if (fs::is_directory(status))
-        throw Error("cannot read '" + path + "': it is a folder, not an image");
-    osg::ref_ptr<osg::Image> image = osgDB::readRefImageFile(path);
-    if (!image || !image->data() || image->s() < 1 || image->t() < 1)
-        throw Error("cannot read '" + path + "': not an image this tool can decode (PNG, JPEG, TIFF)");
-    if (image->r() != 1)
-        throw Error("'" + path + "' is a 3D image; a flat image is needed");
-    return image;
+    DatasetPtr dataset;
+    std::string path;
+    int width = 0;
+    int height = 0;
+
+    GDALDatasetH handle() const { return static_cast<GDALDatasetH>(dataset.get()); }
+    GDALRasterBandH band(int index) const { return GDALGetRasterBand(handle(), index); }
+    int bandCount() const { return GDALGetRasterCount(handle()); }
+    GDALDataType type(int index) const { return GDALGetRasterDataType(band(index)); }
+};
+
+Raster loadRaster(const std::string& path)
+{
+    Raster raster;
+    raster.dataset = openRaster(path);
+    raster.path = path;
+    raster.width = GDALGetRasterXSize(raster.handle());
+    raster.height = GDALGetRasterYSize(raster.handle());
+    return raster;
 }
 
-/** Row `row` counted from the top of the picture, whatever the image's origin. */
-const unsigned char* topDownRow(const osg::Image& image, int row)
+std::string sizeText(const Raster& raster)
 {
-    const int stored = image.getOrigin() == osg::Image::BOTTOM_LEFT ? image.t() - 1 - row : row;
-    return image.data(0, stored);
+    return std::to_string(raster.width) + " x " + std::to_string(raster.height);
 }
 
-std::string sizeText(const osg::Image& image)
+void requireWholeEarth(const Raster& raster)
 {
-    return std::to_string(image.s()) + " x " + std::to_string(image.t());
+    if (raster.width != 2 * raster.height)
+        throw Error("'" + raster.path + "' is " + sizeText(raster)
+                    + " pixels and not georeferenced; a whole-Earth equirectangular grid is exactly twice as wide as "
+                      "it is high (any other raster needs georeferencing: a GeoTIFF, a world file, ...)");
 }
 
-void requireWholeEarth(const osg::Image& image, const std::string& path)
+/** Reads `count` bands (`bands`) of the whole raster, pixel-interleaved, as `type`. */
+void readPixels(const Raster& raster, int count, const int* bands, GDALDataType type, void* out)
 {
-    if (image.s() != 2 * image.t())
-        throw Error("'" + path + "' is " + sizeText(image)
-                    + " pixels; a whole-Earth equirectangular grid is exactly twice as wide as it is high");
+    GdalErrorTrap trap;
+    const int size = GDALGetDataTypeSizeBytes(type);
+    const CPLErr result = GDALDatasetRasterIO(raster.handle(), GF_Read, 0, 0, raster.width, raster.height, out,
+                                              raster.width, raster.height, type, count, const_cast<int*>(bands),
+                                              static_cast<GSpacing>(size) * count,
+                                              static_cast<GSpacing>(size) * count * raster.width, size);
+    if (result != CE_None)
+        throw Error("cannot read '" + raster.path + "': " + trap.reason("reading its pixels failed"));
 }
 
-bool isRgb8(const osg::Image& image)
+/** 8-bit RGB or RGBA: what the RGB-encoded SRTM tiles are. */
+bool isRgb8(const Raster& raster)
 {
-    return image.getDataType() == GL_UNSIGNED_BYTE
-           && (image.getPixelFormat() == GL_RGB || image.getPixelFormat() == GL_RGBA);
+    const int count = raster.bandCount();
+    if (count < 3 || count > 4)
+        return false;
+    for (int b = 1; b <= count; ++b)
+        if (raster.type(b) != GDT_Byte || GDALGetRasterColorTable(raster.band(b)))
+            return false;
+    return true;
 }
 
-/** Appends the SRTM heights of `image` into `heights` (row-major, `stride` wide) at column `offset`. */
-void decodeSrtm(const osg::Image& image, std::vector<float>& heights, int stride, int offset)
+/** Writes the SRTM heights of `raster` into `heights` (row-major, `stride` wide) at column `offset`. */
+void decodeSrtm(const Raster& raster, std::vector<float>& heights, int stride, int offset)
 {
-    const int channels = image.getPixelFormat() == GL_RGBA ? 4 : 3;
-    for (int row = 0; row < image.t(); ++row)
+    const ImageryBands layout(raster.handle(), raster.path);
+    const int bands[2] = {layout.green(), layout.blue()};
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(raster.width) * raster.height * 2);
+    readPixels(raster, 2, bands, GDT_Byte, pixels.data());
+    for (int row = 0; row < raster.height; ++row)
     {
-        const unsigned char* p = topDownRow(image, row);
+        const std::uint8_t* p = pixels.data() + static_cast<std::size_t>(row) * raster.width * 2;
         float* out = heights.data() + static_cast<std::size_t>(row) * stride + offset;
-        for (int column = 0; column < image.s(); ++column, p += channels)
+        for (int column = 0; column < raster.width; ++column, p += 2)
         {
-            const auto value = static_cast<std::int16_t>(static_cast<std::uint16_t>((p[1] << 8) | p[2]));
+            const auto value = static_cast<std::int16_t>(static_cast<std::uint16_t>((p[0] << 8) | p[1]));
             out[column] = value == kSrtmVoid ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(value);
         }
     }
@@ -83,24 +105,24 @@ void decodeSrtm(const osg::Image& image, std::vector<float>& heights, int stride
 
 HeightSource readSrtmPair(const std::string& westPath, const std::string& eastPath)
 {
-    const osg::ref_ptr<osg::Image> west = loadImage(westPath);
-    const osg::ref_ptr<osg::Image> east = loadImage(eastPath);
-    for (const auto& [image, path] : {std::pair{west.get(), &westPath}, std::pair{east.get(), &eastPath}})
+    const Raster west = loadRaster(westPath);
+    const Raster east = loadRaster(eastPath);
+    for (const Raster* raster : {&west, &east})
     {
-        if (!isRgb8(*image))
-            throw Error("'" + *path + "' is not an 8-bit RGB image, so not an RGB-encoded SRTM tile");
-        if (image->s() != image->t())
-            throw Error("'" + *path + "' is " + sizeText(*image)
+        if (!isRgb8(*raster))
+            throw Error("'" + raster->path + "' is not an 8-bit RGB image, so not an RGB-encoded SRTM tile");
+        if (raster->width != raster->height)
+            throw Error("'" + raster->path + "' is " + sizeText(*raster)
                         + " pixels; an SRTM hemisphere tile is square");
     }
-    if (west->s() != east->s())
-        throw Error("the SRTM tiles differ in size: '" + westPath + "' is " + sizeText(*west) + ", '" + eastPath
-                    + "' is " + sizeText(*east));
+    if (west.width != east.width)
+        throw Error("the SRTM tiles differ in size: '" + westPath + "' is " + sizeText(west) + ", '" + eastPath
+                    + "' is " + sizeText(east));
 
-    const int size = west->s();
+    const int size = west.width;
     std::vector<float> heights(static_cast<std::size_t>(2 * size) * size);
-    decodeSrtm(*west, heights, 2 * size, 0);
-    decodeSrtm(*east, heights, 2 * size, size);
+    decodeSrtm(west, heights, 2 * size, 0);
+    decodeSrtm(east, heights, 2 * size, size);
     std::ostringstream what;
     what << "SRTM tiles " << westPath << " + " << eastPath << " (" << 2 * size << " x " << size << ")";
     return HeightSource{HeightGrid(2 * size, size, std::move(heights)), true, what.str()};
@@ -120,84 +142,108 @@ HeightSource readSrtmFolder(const std::string& folder)
 
 HeightSource readSingleGrid(const std::string& path)
 {
-    const osg::ref_ptr<osg::Image> image = loadImage(path);
-    requireWholeEarth(*image, path);
-    const int width = image->s();
-    const int height = image->t();
+    const Raster raster = loadRaster(path);
+    requireWholeEarth(raster);
+    const int width = raster.width;
+    const int height = raster.height;
     std::vector<float> heights(static_cast<std::size_t>(width) * height);
 
-    if (isRgb8(*image))
+    if (isRgb8(raster))
     {
-        decodeSrtm(*image, heights, width, 0);
+        decodeSrtm(raster, heights, width, 0);
         return HeightSource{HeightGrid(width, height, std::move(heights)), true,
-                            "RGB-encoded SRTM grid " + path + " (" + sizeText(*image) + ")"};
+                            "RGB-encoded SRTM grid " + path + " (" + sizeText(raster) + ")"};
     }
 
-    const GLenum type = image->getDataType();
-    if (osg::Image::computeNumComponents(image->getPixelFormat()) != 1
-        || (type != GL_UNSIGNED_SHORT && type != GL_SHORT && type != GL_FLOAT))
+    const GDALDataType type = raster.type(1);
+    if (raster.bandCount() != 1 || type == GDT_Byte || GDALDataTypeIsComplex(type))
         throw Error("'" + path + "' is neither a single-channel 16-bit (or float) height image nor an RGB-encoded SRTM grid");
 
-    for (int row = 0; row < height; ++row)
+    GDALRasterBandH band = raster.band(1);
+    int hasNoData = 0;
+    const double noData = GDALGetRasterNoDataValue(band, &hasNoData);
+    int hasScale = 0;
+    int hasOffset = 0;
+    const double scale = GDALGetRasterScale(band, &hasScale);
+    const double offset = GDALGetRasterOffset(band, &hasOffset);
+    const int bands[1] = {1};
+    const std::size_t count = heights.size();
+    auto store = [&](std::size_t i, double value) {
+        if (!std::isfinite(value) || std::fabs(value) > 1e30 || (hasNoData && value == noData))
+            heights[i] = std::numeric_limits<float>::quiet_NaN();
+        else
+            heights[i] = static_cast<float>(value * (hasScale && scale != 0.0 ? scale : 1.0)
+                                            + (hasOffset ? offset : 0.0));
+    };
+    if (type == GDT_UInt16 || type == GDT_Int16)
     {
-        const unsigned char* bytes = topDownRow(*image, row);
-        float* out = heights.data() + static_cast<std::size_t>(row) * width;
-        for (int column = 0; column < width; ++column)
+        // 16-bit PNGs are unsigned on disk; heights are their two's complement reading.
+        // Read as stored (GDAL would clamp 16-bit values into the other type), then
+        // taken as signed.
+        std::vector<std::uint16_t> raw(count);
+        readPixels(raster, 1, bands, type, raw.data());
+        std::vector<std::int16_t> values(count);
+        std::memcpy(values.data(), raw.data(), count * sizeof(std::int16_t));
+        for (std::size_t i = 0; i < count; ++i)
         {
-            if (type == GL_FLOAT)
-            {
-                float value = 0.0f;
-                std::memcpy(&value, bytes + column * sizeof(float), sizeof(float));
-                out[column] = std::isfinite(value) ? value : std::numeric_limits<float>::quiet_NaN();
-            }
+            if (values[i] == kSrtmVoid)
+                heights[i] = std::numeric_limits<float>::quiet_NaN();
             else
-            {
-                // 16-bit PNGs are unsigned on disk; heights are their two's complement reading.
-                std::int16_t value = 0;
-                std::memcpy(&value, bytes + column * sizeof(value), sizeof(value));
-                out[column] = value == kSrtmVoid ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(value);
-            }
+                store(i, values[i]);
         }
     }
+    else
+    {
+        std::vector<double> values(count);
+        readPixels(raster, 1, bands, GDT_Float64, values.data());
+        for (std::size_t i = 0; i < count; ++i)
+            store(i, values[i]);
+    }
     return HeightSource{HeightGrid(width, height, std::move(heights)), false,
-                        "height grid " + path + " (" + sizeText(*image) + ")"};
+                        "height grid " + path + " (" + sizeText(raster) + ")"};
 }
 
 } // namespace
 
 EquirectImage readEquirectImage(const std::string& path)
 {
-    const osg::ref_ptr<osg::Image> image = loadImage(path);
-    requireWholeEarth(*image, path);
-
-    const int width = image->s();
-    const int height = image->t();
-    const GLenum format = image->getPixelFormat();
-    const bool alpha = format == GL_RGBA || format == GL_BGRA || format == GL_LUMINANCE_ALPHA || format == GL_ALPHA;
-    const int channels = alpha ? 4 : 3;
+    const Raster raster = loadRaster(path);
+    requireWholeEarth(raster);
+    const ImageryBands layout(raster.handle(), path);
+    const int width = raster.width;
+    const int height = raster.height;
+    const int channels = layout.alpha() ? 4 : 3;
+    const int bands[4] = {layout.red(), layout.green(), layout.blue(), layout.alpha()};
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width) * height * channels);
 
-    if (isRgb8(*image))
+    GdalErrorTrap trap;
+    auto read = [&](GDALDataType type, void* out) {
+        const int size = GDALGetDataTypeSizeBytes(type);
+        if (GDALDatasetRasterIO(layout.dataset(), GF_Read, 0, 0, width, height, out, width, height, type, channels,
+                                const_cast<int*>(bands), static_cast<GSpacing>(size) * channels,
+                                static_cast<GSpacing>(size) * channels * width, size)
+            != CE_None)
+            throw Error("cannot read '" + path + "': " + trap.reason("reading its pixels failed"));
+    };
+    const bool alphaIsByte =
+        !layout.alpha() || GDALGetRasterDataType(GDALGetRasterBand(layout.dataset(), layout.alpha())) == GDT_Byte;
+    if (layout.type() == GDT_Byte && alphaIsByte)
     {
-        const std::size_t rowBytes = static_cast<std::size_t>(width) * channels;
-        for (int row = 0; row < height; ++row)
-            std::memcpy(pixels.data() + row * rowBytes, topDownRow(*image, row), rowBytes);
+        read(GDT_Byte, pixels.data());
     }
     else
     {
-        // Any other layout (grey, BGR, 16-bit, float) through OSG's generic colour access.
-        const bool bottomUp = image->getOrigin() == osg::Image::BOTTOM_LEFT;
-        for (int row = 0; row < height; ++row)
+        std::vector<float> values(pixels.size());
+        read(GDT_Float32, values.data());
+        const double alphaScale = 255.0 / layout.alphaMax();
+        for (std::size_t i = 0; i < values.size(); i += channels)
         {
-            const int stored = bottomUp ? height - 1 - row : row;
-            std::uint8_t* out = pixels.data() + static_cast<std::size_t>(row) * width * channels;
-            for (int column = 0; column < width; ++column, out += channels)
+            for (int c = 0; c < 3; ++c)
+                pixels[i + c] = layout.toByte(values[i + c]);
+            if (channels == 4)
             {
-                osg::Vec4 c = image->getColor(column, stored);
-                if (format == GL_LUMINANCE || format == GL_LUMINANCE_ALPHA || format == GL_RED || format == GL_INTENSITY)
-                    c.g() = c.b() = c.r();
-                for (int k = 0; k < channels; ++k)
-                    out[k] = static_cast<std::uint8_t>(std::clamp(c[k], 0.0f, 1.0f) * 255.0f + 0.5f);
+                const double a = values[i + 3] * alphaScale;
+                pixels[i + 3] = !(a > 0.0) ? 0 : (a >= 255.0 ? 255 : static_cast<std::uint8_t>(a + 0.5));
             }
         }
     }

@@ -1,5 +1,5 @@
-// Reads the whole-Earth sources of the pyramids through OpenSceneGraph's image
-// plugins and checks that they are what the tiler needs.
+// Reads the whole-Earth sources of the pyramids that carry no georeferencing
+// (any raster GDAL reads) and checks that they are what the tiler needs.
 #ifndef CXTILER_SOURCEREADER_H
 #define CXTILER_SOURCEREADER_H
 
@@ -13,10 +13,11 @@ namespace cxtiler
 {
 
 /**
- * Reads an equirectangular colour image of the whole Earth (any image OSG reads:
- * JPEG, PNG, TIFF, ...; grey images become RGB, an alpha channel is kept). Throws
- * Error for a missing file, a file that is not a readable image, or an image that is
- * not twice as wide as it is high.
+ * Reads an equirectangular colour image of the whole Earth (any raster GDAL reads:
+ * JPEG, PNG, TIFF, JPEG 2000, ...; grey and palette images become RGB, an alpha
+ * channel is kept, values of more than 8 bits are scaled as ImageryBands says).
+ * Throws Error for a missing file, a file that is not a readable image, or an image
+ * that is not twice as wide as it is high.
  */
 EquirectImage readEquirectImage(const std::string& path);
 
@@ -36,9 +37,9 @@ struct HeightSource
  *    void), given as the two files or as a folder holding 000000_000000.png and
  *    000000_000001.png (directly or below 0/000000/);
  *  - one RGB image with the same encoding, twice as wide as high;
- *  - one single-channel 16-bit image of heights in metres (read as signed 16-bit,
- *    -32768 a void) or one single-channel float image (NaN a void), twice as wide
- *    as high.
+ *  - one single-channel image of heights in metres, twice as wide as high: 16-bit
+ *    (read as signed, -32768 a void), or any other type but 8-bit (NaN a void);
+ *    the band's nodata value is a void too, its scale and offset are applied.
  * Voids come back as NaN. Throws Error for anything else.
  */
 HeightSource readHeightSource(const std::vector<std::string>& inputs);

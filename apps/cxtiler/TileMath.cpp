@@ -1,5 +1,6 @@
 #include "TileMath.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace cxtiler
@@ -29,6 +30,41 @@ double globalYAt(double latitude, int zoom)
     const double mercatorY = std::log(std::tan(kPi / 4.0 + phi / 2.0));
     return (1.0 - mercatorY / kPi) / 2.0 * worldPixels(zoom);
 }
+
+double mercatorPixelSize(int zoom) { return 2.0 * kMercatorHalfWorld / worldPixels(zoom); }
+
+int maxZoomForPixelSize(double mercatorMetres)
+{
+    // A relative tolerance so that a source pixel of exactly a level's size picks
+    // that level despite rounding in its computation.
+    int zoom = 0;
+    while (zoom < kMaxZoomLimit && mercatorPixelSize(zoom) > mercatorMetres * (1.0 + 1e-9))
+        ++zoom;
+    return zoom;
+}
+
+double mercatorX(double longitude) { return longitude / 180.0 * kMercatorHalfWorld; }
+
+double mercatorY(double latitude)
+{
+    const double clamped = std::clamp(latitude, -kMaxMercatorLatitude, kMaxMercatorLatitude);
+    const double phi = clamped * kPi / 180.0;
+    return std::log(std::tan(kPi / 4.0 + phi / 2.0)) / kPi * kMercatorHalfWorld;
+}
+
+double globalXOfMercator(double x, int zoom)
+{
+    return (x + kMercatorHalfWorld) / (2.0 * kMercatorHalfWorld) * worldPixels(zoom);
+}
+
+double globalYOfMercator(double y, int zoom)
+{
+    return (kMercatorHalfWorld - y) / (2.0 * kMercatorHalfWorld) * worldPixels(zoom);
+}
+
+double mercatorXOfGlobal(double globalX, int zoom) { return globalX * mercatorPixelSize(zoom) - kMercatorHalfWorld; }
+
+double mercatorYOfGlobal(double globalY, int zoom) { return kMercatorHalfWorld - globalY * mercatorPixelSize(zoom); }
 
 int maxZoomForWidth(int sourceWidth)
 {

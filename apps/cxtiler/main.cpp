@@ -1,10 +1,12 @@
-// cxtiler: turns whole-Earth equirectangular imagery and elevation grids into
-// MBTiles pyramids in spherical mercator, and writes earth files.
+// cxtiler: turns imagery and elevation rasters (georeferenced ones through GDAL,
+// or whole-Earth equirectangular grids) into MBTiles pyramids in spherical
+// mercator, and writes earth files.
 // Run without arguments for the usage.
 
 #include "CommandLine.h"
 #include "MBTilesWriter.h"
 
+#include <cpl_error.h>
 #include <osg/Notify>
 
 #include <cstdio>
@@ -17,6 +19,7 @@ int main(int argc, char** argv)
 {
     // The tool explains failures itself; the plugins' own warnings would only repeat them.
     osg::setNotifyLevel(osg::FATAL);
+    CPLSetErrorHandler(CPLQuietErrorHandler);
     cxtiler::MBTilesWriter::installInterruptCleanup();
     const std::vector<std::string> args(argv + 1, argv + argc);
     return cxtiler::runCommandLine(args, std::cout, std::cerr, ::isatty(STDOUT_FILENO) != 0);

@@ -1,6 +1,7 @@
 // The cxtiler command line: the three commands end to end, and bad input giving a
 // clear message, a non-zero status and no output file.
 #include "CommandLine.h"
+#include "TileMath.h"
 
 #include "TempDir.h"
 #include "TilerTestSupport.h"
@@ -17,25 +18,7 @@ namespace fs = std::filesystem;
 namespace
 {
 
-struct RunResult
-{
-    int status = -1;
-    std::string out;
-    std::string err;
-};
-
-RunResult run(const std::vector<std::string>& args)
-{
-    std::ostringstream out;
-    std::ostringstream err;
-    RunResult result;
-    result.status = cxtiler::runCommandLine(args, out, err);
-    result.out = out.str();
-    result.err = err.str();
-    return result;
-}
-
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+RunResult run(const std::vector<std::string>& args) { return runTiler(args); }
 
 std::array<std::uint8_t, 4> blueMarbleLike(double lon, double lat)
 {
@@ -335,25 +318,27 @@ TEST(CxtilerCommand, MalformedCommandLines)
 
     expectFailure(run({}), 2, "usage:", dir.path(), sources);
     expectFailure(run({"pyramid", src, out}), 2, "unknown command 'pyramid'", dir.path(), sources);
-    expectFailure(run({"image", src}), 2, "an input image and an output file", dir.path(), sources);
+    expectFailure(run({"image", src}), 2, "one or more input images and an output file", dir.path(), sources);
     expectFailure(run({"image", src, out, "--format", "gif"}), 2, "--format is jpg or png", dir.path(), sources);
     expectFailure(run({"image", src, out, "--quality", "0"}), 2, "--quality wants a whole number", dir.path(), sources);
     expectFailure(run({"image", src, out, "--max-zoom", "x"}), 2, "--max-zoom wants a whole number", dir.path(),
                   sources);
-    expectFailure(run({"image", src, out, "--max-zoom", "17"}), 2, "--max-zoom wants a whole number", dir.path(),
-                  sources);
+    expectFailure(run({"image", src, out, "--max-zoom", std::to_string(cxtiler::kMaxZoomLimit + 1)}), 2,
+                  "--max-zoom wants a whole number", dir.path(), sources);
     expectFailure(run({"image", src, out, "--max-zoom"}), 2, "--max-zoom needs a value", dir.path(), sources);
     expectFailure(run({"image", src, out, "--clean"}), 2, "unknown option '--clean'", dir.path(), sources);
     expectFailure(run({"elevation", src, out, "--format", "png"}), 2, "unknown option '--format'", dir.path(),
                   sources);
     expectFailure(run({"elevation", src, out, "--clean", "--no-clean"}), 2, "exclude each other", dir.path(),
                   sources);
-    expectFailure(run({"elevation", out}), 2, "one or two inputs", dir.path(), sources);
+    expectFailure(run({"elevation", out}), 2, "one or more inputs and an output file", dir.path(), sources);
+    expectFailure(run({"image", src, out, "--srs"}), 2, "--srs needs a value", dir.path(), sources);
     expectFailure(run({"earth"}), 2, "the output file", dir.path(), sources);
 
     const RunResult help = run({"--help"});
     EXPECT_EQ(help.status, 0);
-    EXPECT_TRUE(contains(help.out, "cxtiler image INPUT OUTPUT.db"));
-    EXPECT_TRUE(contains(help.out, "cxtiler elevation INPUT [INPUT2] OUTPUT.db"));
+    EXPECT_TRUE(contains(help.out, "cxtiler image INPUT... OUTPUT.db"));
+    EXPECT_TRUE(contains(help.out, "cxtiler elevation INPUT... OUTPUT.db"));
+    EXPECT_TRUE(contains(help.out, "--srs SRS"));
     EXPECT_TRUE(contains(help.out, "cxtiler earth OUTPUT.earth"));
 }

@@ -50,3 +50,25 @@ TEST(TileMath, MaxZoomKeepsTheSourceResolution)
     EXPECT_EQ(maxZoomForWidth(2700), 4); // the Blue Marble
     EXPECT_EQ(maxZoomForWidth(1 << 30), kMaxZoomLimit);
 }
+
+TEST(TileMath, MaxZoomFromAPixelSize)
+{
+    // Level z has 2 * pi * 6378137 / 256 / 2^z metres of EPSG:3857 per pixel.
+    EXPECT_NEAR(mercatorPixelSize(0), 156543.03392804097, 1e-6);
+    EXPECT_NEAR(mercatorPixelSize(11), 76.43702828517625, 1e-9);
+    EXPECT_EQ(maxZoomForPixelSize(200000.0), 0);
+    EXPECT_EQ(maxZoomForPixelSize(111.32), 11);          // 0.001 degrees of longitude
+    EXPECT_EQ(maxZoomForPixelSize(mercatorPixelSize(12)), 12); // exactly a level's size
+    EXPECT_EQ(maxZoomForPixelSize(39.2), 12);            // 30 m UTM at 40 N
+    EXPECT_EQ(maxZoomForPixelSize(0.001), kMaxZoomLimit);
+    EXPECT_GE(kMaxZoomLimit, 20);
+}
+
+TEST(TileMath, MercatorCoordinates)
+{
+    EXPECT_DOUBLE_EQ(mercatorX(180.0), kMercatorHalfWorld);
+    EXPECT_NEAR(mercatorY(kMaxMercatorLatitude), kMercatorHalfWorld, 1e-3);
+    EXPECT_NEAR(mercatorY(90.0), kMercatorHalfWorld, 1e-3); // clamped to the square world
+    EXPECT_NEAR(globalXOfMercator(mercatorXOfGlobal(1234.5, 7), 7), 1234.5, 1e-6);
+    EXPECT_NEAR(globalYOfMercator(mercatorY(39.9), 5), globalYAt(39.9, 5), 1e-6);
+}

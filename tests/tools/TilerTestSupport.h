@@ -3,6 +3,8 @@
 #ifndef CXVIEWER_TESTS_TILERTESTSUPPORT_H
 #define CXVIEWER_TESTS_TILERTESTSUPPORT_H
 
+#include "CommandLine.h"
+
 #include <osg/Image>
 #include <osgDB/ReadFile>
 #include <osgDB/Registry>
@@ -184,6 +186,28 @@ inline double terrainRgbHeight(const std::uint8_t* p)
 {
     return -10000.0 + (p[0] * 65536.0 + p[1] * 256.0 + p[2]) * 0.1;
 }
+
+/** What a run of the command line gave. */
+struct RunResult
+{
+    int status = -1;
+    std::string out;
+    std::string err;
+};
+
+/** Runs the cxtiler command line in-process. */
+inline RunResult runTiler(const std::vector<std::string>& args)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    RunResult result;
+    result.status = cxtiler::runCommandLine(args, out, err);
+    result.out = out.str();
+    result.err = err.str();
+    return result;
+}
+
+inline bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 /** Files in `dir` (names only), to check that nothing half-written stays behind. */
 inline std::vector<std::string> listFiles(const std::filesystem::path& dir)
