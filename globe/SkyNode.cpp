@@ -1,9 +1,11 @@
 #include <globe/SkyNode>
 #include <globe/FindTopMostNodeOfTypeVisitor>
 
+#include "Atmosphere.h"
+#include "SkyScenery.h"
+
 #include <osg/BlendFunc>
 #include <osg/CullFace>
-#include <osg/Depth>
 #include <osg/Geometry>
 #include <osg/Program>
 #include <osg/Shader>
@@ -12,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 namespace globe
 {
@@ -28,8 +31,15 @@ constexpr double kZenithDepth = 2.3;
 // Grid of the shell: 2 degrees per step.
 constexpr int kLatitudeSteps = 90;
 constexpr int kLongitudeSteps = 180;
-// Drawn before everything else.
-constexpr int kAtmosphereBin = -10;
+// The star field: as many stars as the eye sees on a clear night, from a
+// fixed seed so that every run shows the same sky.
+constexpr unsigned int kStarCount = 4000;
+constexpr unsigned int kStarSeed = 20181130;
+// The solid Earth under the lowest ground (the deepest trench, 11 km under
+// sea level, with a margin) hides the shell behind it.
+constexpr double kOccluderDepth = 15000.0;
+// Light of the air where the sun is down (starlight and airglow).
+constexpr float kNightLight = 0.002f;
 
 double wrap360(double degrees)
 {
@@ -54,12 +64,19 @@ bool validEllipsoid(const osg::EllipsoidModel& e)
     return std::isfinite(a) && std::isfinite(b) && a > 0.0 && b > 0.0;
 }
 
-// GLSL 1.20 with the compatibility built-ins: compiles on Mesa (4.5
-// compatibility profile) and on ordinary desktop drivers. Positions are
-// carried in a space where the ellipsoid is the unit sphere (x and y divided
-// by the equatorial radius, z by the polar one).
-const char* const kVertexShader = R"GLSL(#version 120
+// GLSL 1.30 with the compatibility built-ins (for gl_ClipDistance):
+// compiles on Mesa (4.5 compatibility profile) and on desktop drivers of
+// OpenGL 3.0 and later. Positions are carried in a space where the ellipsoid
+// is the unit sphere (x and y divided by the equatorial radius, z by the
+// polar one).
+//
+// The part of the shell that the solid Earth hides from the eye (the ray to
+// it passes under the lowest ground) is clipped away before it is
+// rasterized: the rasterizer shades every pixel a triangle covers, hidden or
+// not, and from inside the air the dome covers the whole window.
+const char* const kVertexShader = R"GLSL(#version 130
 uniform vec3 globe_ellipsoidScale;
+uniform float globe_occluderRadius;
 varying vec3 globe_eye;
 varying vec3 globe_ray;
 void main()
@@ -68,45 +85,37 @@ void main()
     globe_eye = eye * globe_ellipsoidScale;
     globe_ray = (gl_Vertex.xyz - eye) * globe_ellipsoidScale;
     gl_Position = gl_ModelViewProjectionMatrix * gl_Vertex;
+    // At the back of the depth range: only where the scene drew nothing.
+    gl_Position.z = gl_Position.w;
+    // How far the segment from the eye to the vertex stays above the
+    // occluder: negative where it passes through it.
+    float t = clamp(-dot(globe_eye, globe_ray) / dot(globe_ray, globe_ray), 0.0, 1.0);
+    gl_ClipDistance[0] = length(globe_eye + globe_ray * t) - globe_occluderRadius;
 }
 )GLSL";
 
-// Single scattering along the view ray through the shell: density falls off
-// exponentially with altitude and reaches zero at the top; each sample is lit
-// by the sun (soft terminator) but never less than the minimum ambient; the
-// Rayleigh phase and a 1/lambda^4 colour; exposure maps the sum into [0, 1).
-const char* const kFragmentShader = R"GLSL(#version 120
+// Single scattering along the view ray through the shell: the air along the
+// ray in the shell (an exponential atmosphere, see kAirGlsl; the shell
+// itself is where it has thinned to nothing) lit by the sun where the ray
+// runs lowest (soft terminator), the night side by a faint night light; the
+// Rayleigh phase and a 1/lambda^4 colour; exposure maps the sum into [0, 1),
+// towards a pale blue. A handful of operations a pixel: it runs for every
+// pixel of the dome, those the ground hides too.
+const char* const kFragmentShaderBody = R"GLSL(
 uniform vec3 globe_SunDirection;
-uniform vec4 globe_MinimumAmbient;
+uniform float globe_nightLight;
 uniform float globe_shellRadius;
 uniform float globe_scaleHeight;
 uniform float globe_exposure;
 varying vec3 globe_eye;
 varying vec3 globe_ray;
 
-float density(float r)
+// The air from p to space along `direction` (unit radius); `direction` may
+// point down, for a ray that passes its lowest point later on.
+float upward(vec3 p, vec3 direction)
 {
-    float top = exp(-(globe_shellRadius - 1.0) / globe_scaleHeight);
-    return max((exp(-(r - 1.0) / globe_scaleHeight) - top) / (1.0 - top), 0.0);
-}
-
-// Integral of density times light from ta to tb, samples crowded near ta
-// (where the ray runs lowest).
-float column(vec3 o, vec3 d, float ta, float tb, float ambient)
-{
-    float len = tb - ta;
-    float sum = 0.0;
-    for (int i = 0; i < 8; ++i)
-    {
-        float u0 = float(i) / 8.0;
-        float u1 = float(i + 1) / 8.0;
-        float um = 0.5 * (u0 + u1);
-        vec3 p = o + d * (ta + len * um * um);
-        float r = length(p);
-        float lit = max(smoothstep(-0.15, 0.2, dot(p / r, globe_SunDirection)), ambient);
-        sum += density(r) * lit * abs(len) * (u1 * u1 - u0 * u0);
-    }
-    return sum;
+    float r = length(p);
+    return globe_airToSpace(r - 1.0, dot(p / r, direction), globe_scaleHeight, 1.0);
 }
 
 void main()
@@ -116,13 +125,11 @@ void main()
     float b = dot(o, d);
     float oo = dot(o, o);
     float disc = b * b - (oo - globe_shellRadius * globe_shellRadius);
-    if (disc <= 0.0)
-        discard;
-    float s = sqrt(disc);
-    float t1 = -b + s;
-    if (t1 <= 0.0)
-        discard;
-    float t0 = max(-b - s, 0.0);
+    // A ray that misses the shell adds nothing. (No discard: it would keep
+    // the rasterizer from skipping the pixels the ground already covers.)
+    float s = sqrt(max(disc, 0.0));
+    float t1 = disc > 0.0 ? max(-b + s, 0.0) : 0.0;
+    float t0 = clamp(-b - s, 0.0, t1);
     // A ray that meets the globe ends there: the air in front of the ground
     // (usually hidden by the terrain drawn over it).
     float discGlobe = b * b - (oo - 1.0);
@@ -132,12 +139,18 @@ void main()
         if (tGlobe > 0.0)
             t1 = min(t1, tGlobe);
     }
-    float ambient = max(globe_MinimumAmbient.r, max(globe_MinimumAmbient.g, globe_MinimumAmbient.b));
-    float tc = clamp(-b, t0, t1);
-    float depth = column(o, d, tc, t1, ambient) + column(o, d, tc, t0, ambient);
+    // The air of the segment: what lies beyond its start less what lies
+    // beyond its end (one formula for rays going down and up), lit where the
+    // ray runs lowest.
+    vec3 pc = o + d * clamp(-b, t0, t1);
+    float air = t1 > t0 ? upward(o + d * t0, d) - upward(o + d * t1, d) : 0.0;
+    float lit = max(smoothstep(-0.15, 0.2, dot(normalize(pc), globe_SunDirection)), globe_nightLight);
+    float depth = max(air, 0.0) * lit;
     float mu = dot(d, globe_SunDirection);
     float phase = 0.75 * (1.0 + mu * mu);
-    vec3 colour = vec3(1.0) - exp(-depth * phase * globe_exposure * vec3(0.175, 0.41, 1.0));
+    // Long paths (towards the horizon) tend to the pale blue of the air's
+    // own light rather than to white.
+    vec3 colour = vec3(0.72, 0.83, 1.0) * (vec3(1.0) - exp(-depth * phase * globe_exposure * vec3(0.175, 0.41, 1.0)));
     gl_FragColor = vec4(colour, max(colour.b, max(colour.r, colour.g)));
 }
 )GLSL";
@@ -226,9 +239,10 @@ SkyNode::SkyNode(const SkyNode& rhs, const osg::CopyOp& /*copyop*/)
     , _ellipsoid(new osg::EllipsoidModel(*rhs._ellipsoid))
     , _minimumAmbient(rhs._minimumAmbient)
 {
-    // A copy is a sky of its own: its own shell, light and uniforms.
+    // A copy is a sky of its own: its own shell, stars, light and uniforms.
     setName(rhs.getName());
     setNodeMask(rhs.getNodeMask());
+    _haze = rhs._haze;
     build();
     _sunLight->setLightNum(rhs._sunLight->getLightNum());
     _sunLight->setAmbient(rhs._sunLight->getAmbient());
@@ -258,8 +272,18 @@ void SkyNode::build()
 
     _minimumAmbientUniform = new osg::Uniform("globe_MinimumAmbient", _minimumAmbient);
     _minimumAmbientUniform->setDataVariance(osg::Object::DYNAMIC);
-    _sunDirectionUniform = new osg::Uniform("globe_SunDirection", osg::Vec3f(0.0f, 0.0f, 1.0f));
+    _sunDirectionUniform = new osg::Uniform(detail::kSunDirectionUniform, osg::Vec3f(0.0f, 0.0f, 1.0f));
     _sunDirectionUniform->setDataVariance(osg::Object::DYNAMIC);
+    _starRotationUniform = new osg::Uniform("globe_starRotation", osg::Matrixf());
+    _starRotationUniform->setDataVariance(osg::Object::DYNAMIC);
+    _hazeDensityUniform = new osg::Uniform(detail::kHazeDensityUniform,
+                                           _haze ? static_cast<float>(detail::kHazeDensity) : 0.0f);
+    _hazeDensityUniform->setDataVariance(osg::Object::DYNAMIC);
+    _hazeScaleHeightUniform =
+        new osg::Uniform(detail::kHazeScaleHeightUniform, static_cast<float>(detail::kHazeScaleHeight));
+
+    _space = detail::createSpace();
+    _stars = detail::createStars(kStarCount, kStarSeed, _starRotationUniform.get());
 
     _atmosphere = new osg::Geode;
     _atmosphere->setName("atmosphere");
@@ -269,27 +293,29 @@ void SkyNode::build()
     auto* program = new osg::Program;
     program->setName("globe atmosphere");
     program->addShader(new osg::Shader(osg::Shader::VERTEX, kVertexShader));
-    program->addShader(new osg::Shader(osg::Shader::FRAGMENT, kFragmentShader));
+    program->addShader(new osg::Shader(osg::Shader::FRAGMENT,
+                                       std::string("#version 130\n") + detail::kAirGlsl + kFragmentShaderBody));
     ss->setAttributeAndModes(program, osg::StateAttribute::ON | osg::StateAttribute::PROTECTED);
     ss->addUniform(new osg::Uniform("globe_ellipsoidScale", osg::Vec3f(1.0 / a, 1.0 / a, 1.0 / b)));
     ss->addUniform(new osg::Uniform("globe_shellRadius", static_cast<float>(1.0 + top / a)));
     ss->addUniform(new osg::Uniform("globe_scaleHeight", static_cast<float>(scaleHeight)));
     ss->addUniform(new osg::Uniform("globe_exposure", static_cast<float>(kZenithDepth / scaleHeight)));
     ss->addUniform(_sunDirectionUniform.get());
-    ss->addUniform(_minimumAmbientUniform.get());
-    // The inner side only: around the globe from space, the dome from inside.
+    ss->addUniform(new osg::Uniform("globe_nightLight", kNightLight));
+    ss->addUniform(new osg::Uniform("globe_occluderRadius", static_cast<float>(1.0 - kOccluderDepth / a)));
+    // Behind the scene, over space and the stars by its alpha; the inner
+    // side only: around the globe from space, the dome from inside.
+    detail::setBehindTheScene(*ss, detail::kAtmosphereBin);
     ss->setAttributeAndModes(new osg::CullFace(osg::CullFace::FRONT),
                              osg::StateAttribute::ON | osg::StateAttribute::PROTECTED);
-    // A backdrop: drawn first, tested against nothing, hiding nothing.
-    ss->setMode(GL_DEPTH_TEST, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
-    ss->setAttribute(new osg::Depth(osg::Depth::ALWAYS, 0.0, 1.0, false),
-                     osg::StateAttribute::ON | osg::StateAttribute::PROTECTED);
     ss->setAttributeAndModes(new osg::BlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA),
                              osg::StateAttribute::ON | osg::StateAttribute::PROTECTED);
-    ss->setMode(GL_LIGHTING, osg::StateAttribute::OFF | osg::StateAttribute::PROTECTED);
-    ss->setRenderBinDetails(kAtmosphereBin, "RenderBin");
+    ss->setMode(GL_CLIP_PLANE0, osg::StateAttribute::ON | osg::StateAttribute::PROTECTED);
+    _atmosphere->setCullingActive(false);
 
     removeChildren(0, getNumChildren());
+    addChild(_space.get());
+    addChild(_stars.get());
     addChild(_atmosphere.get());
 
     // The sun is put back on the light at every update traversal.
@@ -347,6 +373,16 @@ void SkyNode::attach(osg::View* view, int lightNum)
     ss->setMode(GL_LIGHT0 + lightNum, osg::StateAttribute::ON);
     ss->setAttributeAndModes(_lightModel.get(), osg::StateAttribute::ON);
     ss->addUniform(_minimumAmbientUniform.get());
+    // What the terrain's shader needs for the haze.
+    ss->addUniform(_sunDirectionUniform.get());
+    ss->addUniform(_hazeDensityUniform.get());
+    ss->addUniform(_hazeScaleHeightUniform.get());
+}
+
+void SkyNode::setHazeEnabled(bool enabled)
+{
+    _haze = enabled;
+    _hazeDensityUniform->set(enabled ? static_cast<float>(detail::kHazeDensity) : 0.0f);
 }
 
 void SkyNode::setMinimumAmbient(const osg::Vec4f& value)
@@ -364,6 +400,7 @@ void SkyNode::setDateTime(const DateTime& dateTime)
     _dateTime = dateTime;
     _sunPosition = computeSunPosition(dateTime);
     _sunDirectionUniform->set(osg::Vec3f(_sunPosition.direction));
+    _starRotationUniform->set(detail::celestialToWorld(_sunPosition.greenwichSiderealTime));
     applySunToLight();
 }
 
@@ -383,27 +420,31 @@ void SkyNode::traverse(osg::NodeVisitor& nv)
         osg::Group::traverse(nv);
         return;
     case osg::NodeVisitor::CULL_VISITOR:
+        cullScenery(nv);
         for (unsigned int i = 0; i < getNumChildren(); ++i)
         {
-            if (getChild(i) == _atmosphere.get())
-                cullAtmosphere(nv);
-            else
+            if (!isScenery(getChild(i)))
                 getChild(i)->accept(nv);
         }
         return;
     default:
-        // The shell is scenery, not ground: pickers and other visitors
-        // do not see it.
+        // Space, the stars and the shell are scenery, not ground: pickers and
+        // other visitors do not see them.
         for (unsigned int i = 0; i < getNumChildren(); ++i)
         {
-            if (getChild(i) != _atmosphere.get())
+            if (!isScenery(getChild(i)))
                 getChild(i)->accept(nv);
         }
         return;
     }
 }
 
-void SkyNode::cullAtmosphere(osg::NodeVisitor& nv)
+bool SkyNode::isScenery(const osg::Node* child) const
+{
+    return child == _space.get() || child == _stars.get() || child == _atmosphere.get();
+}
+
+void SkyNode::cullScenery(osg::NodeVisitor& nv)
 {
     osgUtil::CullVisitor* cv = nv.asCullVisitor();
     if (!cv || !cv->getProjectionMatrix() || !cv->getModelViewMatrix())
@@ -415,30 +456,16 @@ void SkyNode::cullAtmosphere(osg::NodeVisitor& nv)
     double left = 0.0, right = 0.0, bottom = 0.0, top = 0.0, zNear = 0.0, zFar = 0.0;
     if (!cv->getProjectionMatrix()->getFrustum(left, right, bottom, top, zNear, zFar) || !(zNear > 0.0))
         return; // orthographic: rays of the shader would be wrong
-
     const osg::Vec3d eye = osg::Matrixd::inverse(*cv->getModelViewMatrix()).getTrans();
-    double lat = 0.0, lon = 0.0, height = 0.0;
-    _ellipsoid->convertXYZToLatLongHeight(eye.x(), eye.y(), eye.z(), lat, lon, height);
-    if (!std::isfinite(height) || !std::isfinite(eye.length()))
+    if (!eye.valid())
         return;
 
-    // Near and far planes of the shell alone: the shell's facets lie up to
-    // about a kilometre inside the true shell, hence the margin.
-    const double shellTop = atmosphereHeight(*_ellipsoid);
-    const double farPlane = (eye.length() + _ellipsoid->getRadiusEquator() + shellTop) * 1.01;
-    double nearPlane = std::max(1.0, 0.5 * (std::fabs(height - shellTop) - 2000.0));
-    if (nearPlane >= farPlane)
-        nearPlane = farPlane * 1.0e-3;
-    const double scale = nearPlane / zNear;
-    osg::ref_ptr<osg::RefMatrix> projection = new osg::RefMatrix;
-    projection->makeFrustum(left * scale, right * scale, bottom * scale, top * scale, nearPlane, farPlane);
-
-    // The camera's near/far computation must not see the shell.
+    // The camera's near/far computation must not see the scenery.
     const osg::CullSettings::ComputeNearFarMode mode = cv->getComputeNearFarMode();
     setComputeNearFarModeKeepingInheritance(*cv, osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR);
-    cv->pushProjectionMatrix(projection.get());
+    _space->accept(*cv);
+    _stars->accept(*cv);
     _atmosphere->accept(*cv);
-    cv->popProjectionMatrix();
     setComputeNearFarModeKeepingInheritance(*cv, mode);
 }
 

@@ -1,5 +1,6 @@
 #include <globe/TerrainEngine>
 
+#include "TerrainProgram.h"
 #include "TerrainTileBuilder.h"
 
 #include <osg/CullFace>
@@ -62,6 +63,9 @@ void TerrainEngine::setUpStateSet()
     state->setAttributeAndModes(material.get(), osg::StateAttribute::ON);
     // Tiles and skirts face outwards; the far side of the globe is culled.
     state->setAttributeAndModes(new osg::CullFace(osg::CullFace::BACK), osg::StateAttribute::ON);
+    // Lit and textured as the fixed-function pipeline would, with the haze
+    // of the air when a sky is attached to the view.
+    detail::applyTerrainProgram(*state, *_ellipsoid);
 }
 
 void TerrainEngine::setTileGridSize(unsigned int points)

@@ -252,15 +252,30 @@ TEST_F(SkyGL, GlobeFromFarWithTheSkyBehindIt)
     }
     EXPECT_EQ(skyPixels, 32);
 
-    // Far from the globe: space, the clear colour.
+    // Far from the globe: the dark of space over the clear colour, with
+    // stars in it.
     for (const auto& corner : {std::pair<int, int>{5, 5}, {windowWidth - 6, 5}, {5, windowHeight - 6}})
     {
         const auto p = pixelAt(*image, corner.first, corner.second);
-        EXPECT_LE(std::abs(p.r() - clearColour.r()) + std::abs(p.g() - clearColour.g()) +
+        EXPECT_LT(brightness(p), 90) << corner.first << "," << corner.second << ": " << str(p);
+        EXPECT_GT(std::abs(p.r() - clearColour.r()) + std::abs(p.g() - clearColour.g()) +
                       std::abs(p.b() - clearColour.b()),
-                  3)
-            << corner.first << "," << corner.second << ": " << str(p) << " clear " << str(clearColour);
+                  200)
+            << "the clear colour shows at " << corner.first << "," << corner.second;
     }
+    int dark = 0, stars = 0, outside = 0;
+    for (int y = 0; y < windowHeight; ++y)
+        for (int x = 0; x < windowWidth; ++x)
+        {
+            if (std::hypot(x - cx, y - cy) < disc + 20.0)
+                continue;
+            ++outside;
+            const int b = brightness(pixelAt(*image, x, y));
+            dark += b < 12 ? 1 : 0;
+            stars += b > 60 ? 1 : 0;
+        }
+    EXPECT_GT(dark, outside * 9 / 10) << "space is not dark";
+    EXPECT_GT(stars, 5) << "no stars";
 
     // The planes: the globe inside, the two callbacks agreeing.
     double nearA = 0, farA = 0, nearB = 0, farB = 0;
@@ -274,6 +289,67 @@ TEST_F(SkyGL, GlobeFromFarWithTheSkyBehindIt)
     ASSERT_TRUE(camera->getProjectionMatrix().getFrustum(l, r, b, t, n, f));
     EXPECT_NEAR(n, nearA, 1e-6 * nearA);
     EXPECT_NEAR(f, farA, 1e-6 * farA);
+}
+
+TEST_F(SkyGL, StarAndSpaceShadersLink)
+{
+    installSkyAsTheMapSetUpDoes();
+    lookFromSpace(42.1, -21.7, 2.0e7);
+    frames(2);
+    osg::State* state = viewer->graphicsContext->getState();
+    ASSERT_NE(state, nullptr);
+    for (osg::Geode* geode : {sky->getStars(), sky->getSpace()})
+    {
+        auto* program = dynamic_cast<osg::Program*>(geode->getStateSet()->getAttribute(osg::StateAttribute::PROGRAM));
+        ASSERT_NE(program, nullptr) << geode->getName();
+        osg::Program::PerContextProgram* pcp = program->getPCP(*state);
+        ASSERT_NE(pcp, nullptr) << geode->getName();
+        std::string log;
+        pcp->getInfoLog(log);
+        EXPECT_TRUE(pcp->isLinked()) << geode->getName() << ": " << log;
+    }
+}
+
+TEST_F(SkyGL, TheAirIsDarkOnTheNightSideWhateverTheMinimumAmbient)
+{
+    // The map set-up's full minimum ambient lights the ground's night side
+    // like its day side; the air still follows the sun.
+    installSkyAsTheMapSetUpDoes();
+    const osg::Vec3d sun = sky->getSunDirection();
+    // Looking at the globe side on: the sun to the right of the window, the
+    // terminator down the middle of the disc.
+    const osg::Vec3d pole(0, 0, 1);
+    osg::Vec3d side = pole ^ sun;
+    side.normalize();
+    const osg::Vec3d eye = side * 2.6e7;
+    camera->setViewMatrixAsLookAt(eye, osg::Vec3d(), pole);
+    frames(1);
+    osg::ref_ptr<osg::Image> image = grabFrame();
+    saveScreenshot(*image, "sky_terminator_side_on");
+    // The blue of the air just outside the limb towards the sun and away
+    // from it: walking out from the centre of the disc past the globe's
+    // green, the brightest blue of the next pixels.
+    double cx = 0, cy = 0;
+    ASSERT_TRUE(project(osg::Vec3d(), cx, cy));
+    auto glow = [&](const osg::Vec3d& towards) {
+        double x = 0, y = 0;
+        EXPECT_TRUE(project(towards * osg::WGS_84_RADIUS_EQUATOR, x, y));
+        const double length = std::hypot(x - cx, y - cy);
+        const double ux = (x - cx) / length, uy = (y - cy) / length;
+        int blue = 0, outside = 0;
+        for (double r = length * 0.9; r < length * 1.2 && outside < 8; r += 1.0)
+        {
+            const osg::Vec4ub p = pixelAt(*image, int(std::lround(cx + ux * r)), int(std::lround(cy + uy * r)));
+            if (isGlobe(p))
+                continue;
+            ++outside;
+            blue = std::max<int>(blue, p.b());
+        }
+        return blue;
+    };
+    const int day = glow(sun), night = glow(-sun);
+    EXPECT_GT(day, 80) << "no glow on the day side";
+    EXPECT_LT(night, day / 3) << "the night side glows like the day side";
 }
 
 TEST_F(SkyGL, SunLightsTheDaySideOfTheDate)

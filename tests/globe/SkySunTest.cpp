@@ -4,6 +4,7 @@
 #include <globe/SkyNode>
 
 #include <gtest/gtest.h>
+#include <osg/Geometry>
 #include <osg/LightModel>
 #include <osg/View>
 #include <osgUtil/IntersectionVisitor>
@@ -397,7 +398,11 @@ TEST(SkyNode, PickersDoNotHitTheAtmosphere)
     osg::ref_ptr<globe::SkyNode> sky = globe::SkyNode::create();
     root->addChild(sky.get());
     ASSERT_NE(sky->getAtmosphere(), nullptr);
-    EXPECT_EQ(sky->getChild(0), sky->getAtmosphere());
+    // Space, the stars and the shell, in the order they are drawn.
+    ASSERT_EQ(sky->getNumChildren(), 3u);
+    EXPECT_EQ(sky->getChild(0), sky->getSpace());
+    EXPECT_EQ(sky->getChild(1), sky->getStars());
+    EXPECT_EQ(sky->getChild(2), sky->getAtmosphere());
     // A segment from far out through the whole shell.
     const double r = osg::WGS_84_RADIUS_EQUATOR * 2.0;
     osg::ref_ptr<osgUtil::LineSegmentIntersector> picker =
@@ -424,5 +429,128 @@ TEST(SkyNode, CloneIsASkyOfItsOwn)
     EXPECT_EQ(copy->getMinimumAmbient(), sky->getMinimumAmbient());
     EXPECT_NE(copy->getSunLight(), sky->getSunLight());
     EXPECT_EQ(copy->getSunLight()->getPosition(), sky->getSunLight()->getPosition());
-    EXPECT_EQ(copy->getNumChildren(), 1u);
+    EXPECT_EQ(copy->getNumChildren(), 3u);
+    EXPECT_NE(copy->getStars(), sky->getStars());
+}
+
+namespace
+{
+
+const osg::Geometry* starGeometry(globe::SkyNode& sky)
+{
+    return sky.getStars() ? dynamic_cast<const osg::Geometry*>(sky.getStars()->getDrawable(0)) : nullptr;
+}
+
+// The star rotation uniform of a sky: equatorial to world coordinates.
+osg::Matrixf starRotation(globe::SkyNode& sky)
+{
+    osg::Matrixf m;
+    const osg::Uniform* u = sky.getStars()->getStateSet()->getUniform("globe_starRotation");
+    EXPECT_NE(u, nullptr);
+    if (u)
+        u->get(m);
+    return m;
+}
+
+} // namespace
+
+TEST(SkyNode, StarsAreTheSameFieldEverySkyWithRealMagnitudes)
+{
+    osg::ref_ptr<globe::SkyNode> a = globe::SkyNode::create();
+    osg::ref_ptr<globe::SkyNode> b = globe::SkyNode::create();
+    const osg::Geometry* ga = starGeometry(*a);
+    const osg::Geometry* gb = starGeometry(*b);
+    ASSERT_TRUE(ga && gb);
+    const auto* da = dynamic_cast<const osg::Vec3Array*>(ga->getVertexArray());
+    const auto* db = dynamic_cast<const osg::Vec3Array*>(gb->getVertexArray());
+    const auto* colours = dynamic_cast<const osg::Vec4Array*>(ga->getColorArray());
+    const auto* sizes = dynamic_cast<const osg::Vec2Array*>(ga->getTexCoordArray(0));
+    ASSERT_TRUE(da && db && colours && sizes);
+    ASSERT_GE(da->size(), 2000u);
+    ASSERT_EQ(da->size(), db->size());
+    ASSERT_EQ(colours->size(), da->size());
+    ASSERT_EQ(sizes->size(), da->size());
+    EXPECT_EQ(ga->getPrimitiveSet(0)->getMode(), static_cast<GLenum>(GL_POINTS));
+
+    int north = 0, bright = 0, faint = 0, big = 0;
+    for (std::size_t i = 0; i < da->size(); ++i)
+    {
+        EXPECT_EQ((*da)[i], (*db)[i]) << "the same seed gives the same sky";
+        EXPECT_NEAR((*da)[i].length(), 1.0f, 1e-5f);
+        north += (*da)[i].z() > 0.0f ? 1 : 0;
+        const osg::Vec4& c = (*colours)[i];
+        const float intensity = std::max(c.r(), std::max(c.g(), c.b()));
+        EXPECT_GE(intensity, 0.29f);
+        EXPECT_LE(intensity, 1.0f);
+        bright += intensity > 0.7f ? 1 : 0;
+        faint += intensity < 0.45f ? 1 : 0;
+        big += (*sizes)[i].x() > 1.0f ? 1 : 0;
+    }
+    const int n = static_cast<int>(da->size());
+    // Spread over the whole sphere.
+    EXPECT_NEAR(north, n / 2, n / 20);
+    // Far more faint stars than bright ones, and a few larger points.
+    EXPECT_GT(faint, 5 * bright);
+    EXPECT_GT(bright, 0);
+    EXPECT_GT(big, 0);
+    EXPECT_LT(big, n / 10);
+}
+
+TEST(SkyNode, StarsTurnWithTheSiderealTimeOfTheDate)
+{
+    osg::ref_ptr<globe::SkyNode> sky = globe::SkyNode::create();
+    sky->setDateTime(globe::DateTime(2018, 11, 30, 9.0));
+    const double gmst = sky->getSunPosition().greenwichSiderealTime;
+    const osg::Matrixf m = starRotation(*sky);
+    // The vernal equinox (x of the equatorial frame) stands over the
+    // longitude -GMST.
+    const osg::Vec3f equinox = osg::Vec3f(1, 0, 0) * m;
+    EXPECT_NEAR(osg::RadiansToDegrees(std::atan2(equinox.y(), equinox.x())),
+                osg::RadiansToDegrees(std::atan2(std::sin(osg::DegreesToRadians(-gmst)),
+                                                 std::cos(osg::DegreesToRadians(-gmst)))),
+                1e-3);
+    // The celestial pole stays on the Earth's axis.
+    EXPECT_NEAR((osg::Vec3f(0, 0, 1) * m).z(), 1.0f, 1e-6f);
+    // Six sidereal hours later the sky has turned a quarter of a turn.
+    sky->setDateTime(globe::DateTime(2018, 11, 30, 9.0 + 6.0 * 0.99726957));
+    const osg::Vec3f later = osg::Vec3f(1, 0, 0) * starRotation(*sky);
+    EXPECT_NEAR(later * equinox, 0.0f, 1e-3f);
+    EXPECT_NEAR((equinox ^ later).z(), -1.0f, 1e-3f) << "the sky turns westwards";
+}
+
+TEST(SkyNode, AttachGivesTheTerrainTheSunAndTheHaze)
+{
+    osg::ref_ptr<osg::View> view = new osg::View;
+    osg::ref_ptr<globe::SkyNode> sky = globe::SkyNode::create();
+    sky->setDateTime(globe::DateTime(2018, 11, 30, 9.0));
+    sky->attach(view.get());
+    osg::StateSet* ss = view->getCamera()->getStateSet();
+    ASSERT_NE(ss, nullptr);
+    osg::Uniform* sun = ss->getUniform("globe_SunDirection");
+    osg::Uniform* haze = ss->getUniform("globe_hazeDensity");
+    osg::Uniform* scaleHeight = ss->getUniform("globe_hazeScaleHeight");
+    ASSERT_TRUE(sun && haze && scaleHeight);
+    osg::Vec3f direction;
+    ASSERT_TRUE(sun->get(direction));
+    EXPECT_NEAR((osg::Vec3d(direction) - sky->getSunDirection()).length(), 0.0, 1e-6);
+    float density = 0.0f, height = 0.0f;
+    ASSERT_TRUE(haze->get(density));
+    ASSERT_TRUE(scaleHeight->get(height));
+    EXPECT_TRUE(sky->getHazeEnabled());
+    // A visual range of about 120 km at sea level, thinning over 8 km.
+    EXPECT_NEAR(1.0 / density, 120000.0, 1.0);
+    EXPECT_FLOAT_EQ(height, 8000.0f);
+
+    sky->setHazeEnabled(false);
+    ASSERT_TRUE(haze->get(density));
+    EXPECT_EQ(density, 0.0f);
+    EXPECT_FALSE(sky->getHazeEnabled());
+    sky->setHazeEnabled(true);
+    ASSERT_TRUE(haze->get(density));
+    EXPECT_GT(density, 0.0f);
+
+    // The date moves the sun the terrain sees.
+    sky->setDateTime(globe::DateTime(2018, 6, 21, 12.0));
+    ASSERT_TRUE(sun->get(direction));
+    EXPECT_NEAR((osg::Vec3d(direction) - sky->getSunDirection()).length(), 0.0, 1e-6);
 }

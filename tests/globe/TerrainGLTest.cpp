@@ -10,6 +10,7 @@
 
 #include <globe/EarthManipulator>
 #include <globe/MapNode>
+#include <globe/SkyNode>
 #include <globe/TerrainEngine>
 
 #include <osgUtil/RenderStage>
@@ -78,6 +79,16 @@ protected:
                 }
             }
         }
+    }
+
+    void SetUp() override
+    {
+        ViewerFixture::SetUp();
+        // The haze of the air tints distant ground; these tests look for a
+        // pixel of another colour than the imagery's.
+        for (unsigned int i = 0; viewer && i < viewer->getRoot()->getNumChildren(); ++i)
+            if (auto* sky = dynamic_cast<globe::SkyNode*>(viewer->getRoot()->getChild(i)))
+                sky->setHazeEnabled(false);
     }
 
     globe::EarthManipulator* manipulator() const

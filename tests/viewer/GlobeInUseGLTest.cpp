@@ -1,15 +1,19 @@
 // The globe as a user meets it, on a real X11 window with the real sample
 // data: close to the ground (the eye never under it, wheel steps into the
 // mountains and over the sea, flights that end a few metres up), memory held
-// still close to the ground, on the sample and on a map of a few levels.
+// still close to the ground, on the sample and on a map of a few levels, and
+// the sky (space and stars from afar, the blue sky and the haze near the
+// ground).
 #include "MBTilesTestFiles.h"
 #include "SampleMapFixture.h"
 #include "TempDir.h"
 
 #include <globe/AutoClipPlaneCullCallback>
 #include <globe/ElevationLayer>
+#include <globe/SkyNode>
 #include <globe/TerrainEngine>
 
+#include <osg/Program>
 #include <osg/Notify>
 
 #include <algorithm>
@@ -353,4 +357,120 @@ TEST_F(GlobeOfFewLevels, HeldStillFromFiveKilometresMemoryStaysFlat)
     ASSERT_NE(globeManipulator(), nullptr);
     ASSERT_TRUE(settle());
     holdStill(*this, *viewer, globeManipulator(), 116.39, 39.91, 5000.0, "four levels from 5,000 m");
+}
+
+namespace
+{
+
+globe::SkyNode* skyOf(CXViewer& viewer)
+{
+    for (unsigned int i = 0; i < viewer.getRoot()->getNumChildren(); ++i)
+        if (auto* sky = dynamic_cast<globe::SkyNode*>(viewer.getRoot()->getChild(i)))
+            return sky;
+    return nullptr;
+}
+
+int brightness(const osg::Vec4ub& p)
+{
+    return (p.r() + p.g() + p.b()) / 3;
+}
+
+// A place in the afternoon sun of `sky`, about 15 degrees high: 75 degrees
+// east of the sub-solar point, on its parallel (the Great Sandy Desert at the
+// map set-up's date).
+void afternoonPlace(const globe::SkyNode& sky, double& lon, double& lat)
+{
+    const globe::SkyNode::SunPosition& sun = sky.getSunPosition();
+    lon = sun.subSolarLongitude + 75.0;
+    lat = sun.subSolarLatitude;
+}
+
+} // namespace
+
+TEST_F(GlobeInUse, FromSpaceTheGlobeHangsInTheDarkAmongStars)
+{
+    // The start view: 20,929 km over China.
+    ASSERT_TRUE(settle());
+    osg::ref_ptr<osg::Image> frame = grabFrame();
+    cxtest::saveScreenshot(*frame, "globe_from_space");
+    const osg::Vec4 clear = viewer->getViewer()->getCamera()->getClearColor();
+    for (const auto& [x, y] : {std::pair{2, 2}, {windowWidth - 3, 2}, {2, windowHeight - 3}, {windowWidth - 3, windowHeight - 3}})
+    {
+        const osg::Vec4ub p = cxtest::pixelAt(*frame, x, y);
+        EXPECT_LT(brightness(p), 40) << x << "," << y;
+        EXPECT_GT(std::abs(p.r() - clear.r() * 255.0f) + std::abs(p.g() - clear.g() * 255.0f), 200.0f)
+            << "the clear colour at " << x << "," << y;
+    }
+    // Stars: a few bright pixels in the dark around the globe.
+    osg::Vec3d hit;
+    int bright = 0;
+    for (int y = 0; y < windowHeight; ++y)
+        for (int x = 0; x < windowWidth; ++x)
+            if (brightness(cxtest::pixelAt(*frame, x, y)) > 120 && !pick(x, windowHeight - 1 - y, hit))
+                ++bright;
+    EXPECT_GE(bright, 3) << "no bright stars";
+    EXPECT_LT(bright, windowWidth * windowHeight / 100) << "too much light in space";
+}
+
+TEST_F(GlobeInUse, NearTheGroundTheSkyIsBlueAndDistantGroundHazy)
+{
+    globe::SkyNode* sky = skyOf(*viewer);
+    ASSERT_NE(sky, nullptr);
+    double lon = 0.0, lat = 0.0;
+    afternoonPlace(*sky, lon, lat);
+    // 2 km over the ground, looking south, inland, 10 degrees down: the
+    // horizon crosses the upper part of the window.
+    lookAt(lon, lat, 0.0, 180.0, -10.0, 2000.0 / std::sin(osg::DegreesToRadians(10.0)));
+    osg::ref_ptr<osg::Image> hazy = grabFrame();
+    cxtest::saveScreenshot(*hazy, "globe_horizon_2km");
+    double eyeLon, eyeLat, eyeHeight;
+    toGeographic(eye(), eyeLon, eyeLat, eyeHeight);
+
+    // Above the horizon: blue sky, brighter towards the horizon.
+    int horizonRow = -1;
+    osg::Vec3d hit;
+    for (int y = 0; y < windowHeight && horizonRow < 0; ++y)
+        if (pick(windowWidth / 2.0, windowHeight - 1 - y, hit))
+            horizonRow = y;
+    ASSERT_GT(horizonRow, 10) << "no sky in the window";
+    for (int y = 0; y < horizonRow - 3; y += 4)
+    {
+        const osg::Vec4ub p = cxtest::pixelAt(*hazy, windowWidth / 2, y);
+        EXPECT_GT(p.b(), p.r() + 25) << "row " << y;
+        EXPECT_GE(p.b(), p.g()) << "row " << y;
+    }
+    const osg::Vec4ub top = cxtest::pixelAt(*hazy, windowWidth / 2, 0);
+    const osg::Vec4ub low = cxtest::pixelAt(*hazy, windowWidth / 2, horizonRow - 3);
+    EXPECT_GE(brightness(low), brightness(top));
+
+    // Without the haze the distant ground keeps its own colour; with it, it
+    // turns towards the sky's, and the ground under the eye hardly changes.
+    sky->setHazeEnabled(false);
+    osg::ref_ptr<osg::Image> clear = grabFrame();
+    sky->setHazeEnabled(true);
+    cxtest::saveScreenshot(*clear, "globe_horizon_2km_no_haze");
+    auto change = [&](int y) {
+        const osg::Vec4ub a = cxtest::pixelAt(*hazy, windowWidth / 2, y), b = cxtest::pixelAt(*clear, windowWidth / 2, y);
+        return std::abs(a.r() - b.r()) + std::abs(a.g() - b.g()) + std::abs(a.b() - b.b());
+    };
+    const int distant = change(horizonRow + 2), near = change(windowHeight - 3);
+    EXPECT_GT(distant, 40) << "no haze on the distant ground";
+    EXPECT_LT(near, distant / 3) << "the near ground is as hazy as the distant";
+    const osg::Vec4ub distantHazy = cxtest::pixelAt(*hazy, windowWidth / 2, horizonRow + 2);
+    const osg::Vec4ub distantClear = cxtest::pixelAt(*clear, windowWidth / 2, horizonRow + 2);
+    EXPECT_GT(distantHazy.b() - distantHazy.r(), distantClear.b() - distantClear.r()) << "the haze is not bluish";
+}
+
+TEST_F(GlobeInUse, TerrainShaderLinks)
+{
+    frames(3);
+    osg::StateSet* ss = viewer->mapNode->getTerrainEngine()->getStateSet();
+    ASSERT_NE(ss, nullptr);
+    auto* program = dynamic_cast<osg::Program*>(ss->getAttribute(osg::StateAttribute::PROGRAM));
+    ASSERT_NE(program, nullptr);
+    osg::Program::PerContextProgram* pcp = program->getPCP(*viewer->graphicsContext->getState());
+    ASSERT_NE(pcp, nullptr);
+    std::string log;
+    pcp->getInfoLog(log);
+    EXPECT_TRUE(pcp->isLinked()) << log;
 }

@@ -84,8 +84,12 @@ TEST_F(MapSetup, StartFlightShowsTheGlobeOverChinaInFrontOfTheSky)
     const double pixelsPerRadian =
         windowHeight / 2.0 / std::tan(osg::DegreesToRadians(30.0) / 2.0);
     const int limb = static_cast<int>(std::lround(std::tan(limbAngle) * pixelsPerRadian));
-    const osg::Vec4ub glow = cxtest::pixelAt(*frame, windowWidth / 2 + limb + 2, windowHeight / 2);
+    // At 9:00 UTC the sun stands over the Indian Ocean: the western limb is
+    // in daylight and glows, the eastern one (the Pacific's night) is dark.
+    const osg::Vec4ub glow = cxtest::pixelAt(*frame, windowWidth / 2 - limb - 2, windowHeight / 2);
     EXPECT_GT(glow.b(), glow.r() + 20) << "no sky glow beside the limb";
+    const osg::Vec4ub night = cxtest::pixelAt(*frame, windowWidth / 2 + limb + 2, windowHeight / 2);
+    EXPECT_LT(night.b(), glow.b() / 2) << "the night side glows like the day side";
     const osg::Vec4ub inside = cxtest::pixelAt(*frame, windowWidth / 2 + limb - 20, windowHeight / 2);
     EXPECT_NE(inside, cxtest::pixelAt(*frame, 2, 2));
 }
