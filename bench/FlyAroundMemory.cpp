@@ -4,12 +4,15 @@
 //
 //   bench_flyaround [--base-path DIR] [--minutes M] [--size WIDTHxHEIGHT]
 //
-// Legs, in a loop until the time is up: flights at every height (from
-// 20,000 km down to a few metres) over mountains, sea, plains and the poles,
-// wheel steps in and out, drags (pans) and rotations through the graphics
-// window's event queue, as a user's input arrives. Every 10 s it prints the
-// resident memory, the tiles built so far and the pager's queue; at the end,
-// the memory after the first minute against the last and the highest.
+// Cycles of about a minute, until the time is up: flights to twelve places at
+// every height (from 20,000 km down to a few metres) over mountains, sea,
+// plains and the poles, each followed by wheel steps in or out, a drag (pan)
+// or a rotation through the graphics window's event queue, as a user's input
+// arrives; each cycle visits the places in another order. Every 10 s it
+// prints the resident memory, the tiles built so far and the pager's queue;
+// at the end, the memory after the first minute (one cycle: the whole
+// working set) against the last and the highest.
+#include "ProcessMemory.h"
 #include "X11HostWindow.h"
 
 #include <viewer/CXViewer>
@@ -24,7 +27,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -33,15 +35,6 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-double residentMegabytes()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmRSS:", 0) == 0)
-            return std::stod(line.substr(6)) / 1024.0;
-    return 0.0;
-}
 
 struct Place
 {
@@ -136,7 +129,7 @@ public:
 
     void report(double t)
     {
-        const double rss = residentMegabytes();
+        const double rss = cxhost::residentMegabytes();
         _curve.emplace_back(t, rss);
         std::printf("%6.0f s  %7.1f MB  %8lu tiles built  %4u requests queued\n", t, rss,
                     _viewer->mapNode->getTerrainEngine()->getNumTilesBuilt(),
@@ -200,32 +193,35 @@ int main(int argc, char** argv)
     std::printf("fly-around of %.0f minutes at %dx%d on %s\n", minutes, width, height, basePath.c_str());
     fly.frames(4.0); // the start flight
 
+    // Each cycle visits every place once, in an order of its own, with one
+    // of four kinds of input at each: a cycle (about a minute) shows the
+    // whole working set, and the later ones repeat it in other orders.
+    constexpr std::size_t kPlaceCount = sizeof(kPlaces) / sizeof(kPlaces[0]);
     std::size_t leg = 0;
-    while (fly.elapsed() < minutes * 60.0)
+    for (std::size_t cycle = 0; fly.elapsed() < minutes * 60.0; ++cycle)
     {
-        const Place& place = kPlaces[leg % (sizeof(kPlaces) / sizeof(kPlaces[0]))];
-        fly.fly(place, 4.0);
-        switch (leg % 4)
+        for (std::size_t i = 0; i < kPlaceCount && fly.elapsed() < minutes * 60.0; ++i, ++leg)
         {
-        case 0:
-            fly.wheel(osgGA::GUIEventAdapter::SCROLL_DOWN, 12);
-            fly.drag(200.0f, 80.0f, 1);
-            fly.wheel(osgGA::GUIEventAdapter::SCROLL_UP, 12);
-            break;
-        case 1:
-            fly.drag(-150.0f, 120.0f, 1);
-            fly.drag(120.0f, -40.0f, 2); // rotate
-            break;
-        case 2:
-            fly.wheel(osgGA::GUIEventAdapter::SCROLL_UP, 20);
-            fly.drag(300.0f, 0.0f, 1);
-            break;
-        default:
-            fly.wheel(osgGA::GUIEventAdapter::SCROLL_DOWN, 25);
-            fly.drag(0.0f, 200.0f, 1);
-            break;
+            // Steps through the places by a stride prime to their number.
+            const std::size_t strides[] = {1, 5, 7, 11};
+            const Place& place = kPlaces[(i * strides[cycle % 4] + cycle) % kPlaceCount];
+            fly.fly(place, 2.5);
+            switch ((i + cycle) % 4)
+            {
+            case 0:
+                fly.wheel(osgGA::GUIEventAdapter::SCROLL_DOWN, 5);
+                break;
+            case 1:
+                fly.drag(-150.0f, 120.0f, 1);
+                break;
+            case 2:
+                fly.drag(120.0f, -40.0f, 2); // rotate
+                break;
+            default:
+                fly.wheel(osgGA::GUIEventAdapter::SCROLL_UP, 5);
+                break;
+            }
         }
-        ++leg;
     }
     fly.report(fly.elapsed());
 

@@ -34,6 +34,26 @@ void forEachNeighbour(int column, int row, int width, int height, F&& f)
     }
 }
 
+/** The mean of the valid, covered neighbours of pixel i; false when it has
+  * none. */
+bool neighbourMean(const float* heights, const std::uint8_t* covered, std::size_t i, int width, int height,
+                   float& mean)
+{
+    double sum = 0.0;
+    int valid = 0;
+    forEachNeighbour(static_cast<int>(i % width), static_cast<int>(i / width), width, height, [&](std::size_t n) {
+        if (isCovered(covered, n) && !isVoid(heights[n]))
+        {
+            sum += heights[n];
+            ++valid;
+        }
+    });
+    if (valid == 0)
+        return false;
+    mean = static_cast<float>(sum / valid);
+    return true;
+}
+
 } // namespace
 
 std::size_t fillVoidsFromNeighbours(float* heights, const std::uint8_t* covered, const std::uint8_t* targets,
@@ -54,18 +74,9 @@ std::size_t fillVoidsFromNeighbours(float* heights, const std::uint8_t* covered,
         remaining.clear();
         for (std::size_t i : voids)
         {
-            double sum = 0.0;
-            int valid = 0;
-            forEachNeighbour(static_cast<int>(i % width), static_cast<int>(i / width), width, height,
-                             [&](std::size_t n) {
-                                 if (isCovered(covered, n) && !isVoid(heights[n]))
-                                 {
-                                     sum += heights[n];
-                                     ++valid;
-                                 }
-                             });
-            if (valid > 0)
-                filled.emplace_back(i, static_cast<float>(sum / valid));
+            float mean = 0.0f;
+            if (neighbourMean(heights, covered, i, width, height, mean))
+                filled.emplace_back(i, mean);
             else
                 remaining.push_back(i);
         }
@@ -91,18 +102,9 @@ void relaxFilledVoids(float* heights, const std::uint8_t* covered, const std::ui
     {
         for (std::size_t i : pixels)
         {
-            double sum = 0.0;
-            int valid = 0;
-            forEachNeighbour(static_cast<int>(i % width), static_cast<int>(i / width), width, height,
-                             [&](std::size_t n) {
-                                 if (isCovered(covered, n) && !isVoid(heights[n]))
-                                 {
-                                     sum += heights[n];
-                                     ++valid;
-                                 }
-                             });
-            if (valid > 0)
-                heights[i] = static_cast<float>(sum / valid);
+            float mean = 0.0f;
+            if (neighbourMean(heights, covered, i, width, height, mean))
+                heights[i] = mean;
         }
     }
 }

@@ -5,6 +5,7 @@
 // the sky (space and stars from afar, the blue sky and the haze near the
 // ground).
 #include "MBTilesTestFiles.h"
+#include "ProcessMemory.h"
 #include "SampleMapFixture.h"
 #include "TempDir.h"
 
@@ -44,16 +45,6 @@ float depthAt(const osg::Image& depth, int x, int y)
     return *reinterpret_cast<const float*>(depth.data(x, depth.t() - 1 - y));
 }
 
-// Resident memory of this process in megabytes.
-double residentMegabytes()
-{
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line))
-        if (line.rfind("VmRSS:", 0) == 0)
-            return std::stod(line.substr(6)) / 1024.0;
-    return 0.0;
-}
 
 // Collects what OpenSceneGraph prints (the pager's read errors among it)
 // while it is installed.
@@ -292,7 +283,7 @@ void holdStill(cxtest::ViewerFixture& fixture, CXViewer& viewer, globe::EarthMan
         idle = pager->getRequestsInProgress() ? 0 : idle + 1;
     }
     ASSERT_GE(idle, 20) << what << ": the pager did not settle";
-    const double before = residentMegabytes();
+    const double before = cxhost::residentMegabytes();
     const unsigned long tilesBefore = viewer.mapNode->getTerrainEngine()->getNumTilesBuilt();
     start = std::chrono::steady_clock::now();
     int frames = 0;
@@ -301,7 +292,7 @@ void holdStill(cxtest::ViewerFixture& fixture, CXViewer& viewer, globe::EarthMan
         viewer.getCompositeViewer()->frame();
         ++frames;
     }
-    const double after = residentMegabytes();
+    const double after = cxhost::residentMegabytes();
     const unsigned long tilesAfter = viewer.mapNode->getTerrainEngine()->getNumTilesBuilt();
     std::printf("%s: %d frames held still, %.0f MB -> %.0f MB, %lu tiles built, %lu more while still\n", what, frames,
                 before, after, tilesBefore, tilesAfter - tilesBefore);
