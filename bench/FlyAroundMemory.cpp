@@ -178,6 +178,8 @@ int main(int argc, char** argv)
         }
     }
 
+    // As the demo host does: freed tiles go back to the system.
+    cxhost::keepLargeBlocksOutOfTheHeap();
     cxhost::X11HostWindow window(width, height, "bench_flyaround");
     if (!window.isValid())
     {

@@ -5,6 +5,7 @@
 //          [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
 
 #include "FrameCapture.h"
+#include "ProcessMemory.h"
 #include "X11HostWindow.h"
 
 #include <viewer/CXViewer>
@@ -181,6 +182,8 @@ int main(int argc, char** argv)
         return 2;
     }
 
+    // Freed tiles go back to the system, so the demo's memory follows the view.
+    cxhost::keepLargeBlocksOutOfTheHeap();
     cxhost::X11HostWindow window(options.width, options.height, "cxdemo");
     if (!window.isValid())
     {
