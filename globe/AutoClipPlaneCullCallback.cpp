@@ -1,8 +1,12 @@
 #include <globe/AutoClipPlaneCullCallback>
 #include <globe/FindTopMostNodeOfTypeVisitor>
+#include <globe/MapNode>
+#include <globe/TerrainEngine>
 
 #include <osg/Camera>
 #include <osgUtil/CullVisitor>
+#include <osgUtil/IntersectionVisitor>
+#include <osgUtil/LineSegmentIntersector>
 
 #include <algorithm>
 #include <cmath>
@@ -15,6 +19,10 @@ namespace
 
 // The lowest ground lies at most this far under the ellipsoid.
 constexpr double kLowestGroundDepth = 1000.0;
+// Share of the measured clearance over the ground under the eye that near
+// may take: a cliff face closer than a tenth of the eye's height over the
+// valley floor is the rare view it would cut.
+constexpr double kGroundNearFactor = 0.1;
 
 // Gives a perspective matrix new near and far planes, keeping its field of
 // view (and any off-axis shift).
@@ -125,6 +133,8 @@ AutoClipPlaneCullCallback::AutoClipPlaneCullCallback(osg::Node* mapNode)
     const bool usable = e && std::isfinite(e->getRadiusEquator()) && std::isfinite(e->getRadiusPolar()) &&
                         e->getRadiusEquator() > 0.0 && e->getRadiusPolar() > 0.0;
     _ellipsoid = usable ? new osg::EllipsoidModel(*e) : new osg::EllipsoidModel();
+    if (auto* map = dynamic_cast<MapNode*>(csn))
+        _terrain = map->getTerrainEngine();
 }
 
 AutoClipPlaneCullCallback::~AutoClipPlaneCullCallback() = default;
@@ -169,6 +179,28 @@ bool AutoClipPlaneCullCallback::computeClipPlanes(const osg::Vec3d& eye, double&
     return true;
 }
 
+bool AutoClipPlaneCullCallback::measureClearance(const osg::Vec3d& eye, double& clearance) const
+{
+    osg::ref_ptr<osg::Node> terrain;
+    if (!_terrain.lock(terrain) || !finite(eye))
+        return false;
+    double lat = 0.0, lon = 0.0, height = 0.0;
+    _ellipsoid->convertXYZToLatLongHeight(eye.x(), eye.y(), eye.z(), lat, lon, height);
+    if (!std::isfinite(height))
+        return false;
+    osg::Vec3d bottom;
+    _ellipsoid->convertLatLongHeightToXYZ(lat, lon, -kLowestGroundDepth - _maxTerrainHeight, bottom.x(), bottom.y(),
+                                          bottom.z());
+    osg::ref_ptr<osgUtil::LineSegmentIntersector> ray = new osgUtil::LineSegmentIntersector(eye, bottom);
+    ray->setIntersectionLimit(osgUtil::Intersector::LIMIT_NEAREST);
+    osgUtil::IntersectionVisitor visitor(ray.get());
+    terrain->accept(visitor);
+    if (!ray->containsIntersections())
+        return false;
+    clearance = (eye - ray->getFirstIntersection().getWorldIntersectPoint()).length();
+    return std::isfinite(clearance);
+}
+
 bool AutoClipPlaneCullCallback::getLastClipPlanes(double& zNear, double& zFar) const
 {
     return _clamp->last(zNear, zFar);
@@ -180,11 +212,23 @@ void AutoClipPlaneCullCallback::operator()(osg::Node* node, osg::NodeVisitor* nv
     osg::Camera* camera = node ? node->asCamera() : nullptr;
     osg::RefMatrix* projection = cv ? cv->getProjectionMatrix() : nullptr;
     double zNear = 0.0, zFar = 0.0;
-    if (!cv || !camera || !projection || !cv->getModelViewMatrix() ||
-        !computeClipPlanes(osg::Matrixd::inverse(*cv->getModelViewMatrix()).getTrans(), zNear, zFar) ||
-        !setFrustumPlanes(*projection, zNear, zFar))
+    const osg::Vec3d eye = cv && cv->getModelViewMatrix() ? osg::Matrixd::inverse(*cv->getModelViewMatrix()).getTrans()
+                                                          : osg::Vec3d();
+    if (!cv || !camera || !projection || !cv->getModelViewMatrix() || !computeClipPlanes(eye, zNear, zFar))
     {
-        // Not a camera in a cull traversal, or an orthographic projection.
+        traverse(node, nv);
+        return;
+    }
+    // Lower than the highest ground the globe rule only knows the minimum;
+    // the ground under the eye, as far as it has paged in, tells how far
+    // the nearest terrain really is, and keeps the depth buffer's precision
+    // for the ground at a distance (2 m at 4 km with a near plane of 0.5 m).
+    double clearance = 0.0;
+    if (zNear < kGroundNearFactor * _maxTerrainHeight && measureClearance(eye, clearance))
+        zNear = std::max(zNear, kGroundNearFactor * clearance);
+    if (!setFrustumPlanes(*projection, zNear, zFar))
+    {
+        // An orthographic projection.
         traverse(node, nv);
         return;
     }
@@ -195,8 +239,10 @@ void AutoClipPlaneCullCallback::operator()(osg::Node* node, osg::NodeVisitor* nv
     // clamp above rather than to the cull visitor's own. The inheritance mask
     // is kept, so the camera's settings reach the cull visitor next frame.
     const osg::CullSettings::InheritanceMask mask = cv->getInheritanceMask();
-    if (cv->getComputeNearFarMode() == osg::CullSettings::DO_NOT_COMPUTE_NEAR_FAR)
-        cv->setComputeNearFarMode(osg::CullSettings::COMPUTE_NEAR_FAR_USING_BOUNDING_VOLUMES);
+    // The near side is measured on the triangles themselves: the boxes of
+    // the terrain tiles around an eye close to the ground reach behind it
+    // and would bring near down to the minimum whatever the clearance.
+    cv->setComputeNearFarMode(osg::CullSettings::COMPUTE_NEAR_USING_PRIMITIVES);
     cv->setClampProjectionMatrixCallback(_clamp.get());
     cv->setInheritanceMask(mask);
 

@@ -14,7 +14,9 @@
 #include <globe/SkyNode>
 #include <globe/TerrainEngine>
 
+#include <osg/Geode>
 #include <osg/Program>
+#include <osg/ShapeDrawable>
 #include <osg/Notify>
 
 #include <algorithm>
@@ -23,6 +25,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -96,6 +99,17 @@ protected:
     }
 
     double clearance() const { return globeManipulator()->getTerrainAvoidanceMinimumDistance(); }
+
+    /** The near and far plane callback of the main camera. */
+    const globe::AutoClipPlaneCullCallback* clipPlanes() const
+    {
+        const globe::AutoClipPlaneCullCallback* clip = nullptr;
+        for (const osg::Callback* cb = viewer->getViewer()->getCamera()->getCullCallback(); cb;
+             cb = cb->getNestedCallback())
+            if (auto* c = dynamic_cast<const globe::AutoClipPlaneCullCallback*>(cb))
+                clip = c;
+        return clip;
+    }
 
     /** One frame, checked: the eye at least the clearance over the ground
       * under it, and the window centre showing the ground (drawn with a
@@ -253,10 +267,7 @@ TEST_F(GlobeInUse, TheNearPlaneStaysUnderTheClearance)
 {
     // Looking straight down from the clearance, the ground at the window
     // centre lies one clearance away: the near plane must be closer.
-    const globe::AutoClipPlaneCullCallback* clip = nullptr;
-    for (const osg::Callback* cb = viewer->getViewer()->getCamera()->getCullCallback(); cb; cb = cb->getNestedCallback())
-        if (auto* c = dynamic_cast<const globe::AutoClipPlaneCullCallback*>(cb))
-            clip = c;
+    const globe::AutoClipPlaneCullCallback* clip = clipPlanes();
     ASSERT_NE(clip, nullptr);
     EXPECT_LT(clip->getMinimumNear(), clearance());
     lookDownAt(116.39, 39.91, 0.0, 0.0);
@@ -265,6 +276,57 @@ TEST_F(GlobeInUse, TheNearPlaneStaysUnderTheClearance)
     double zNear = 0.0, zFar = 0.0;
     ASSERT_TRUE(clip->getLastClipPlanes(zNear, zFar));
     EXPECT_LT(zNear, clearance());
+}
+
+TEST_F(GlobeInUse, HigherUpTheNearPlaneFollowsTheMeasuredClearance)
+{
+    const globe::AutoClipPlaneCullCallback* clip = clipPlanes();
+    ASSERT_NE(clip, nullptr);
+    // 2.5 km over Beijing, lower than the highest mountains: the rule of the
+    // height alone gives the minimum; the ground below gives a tenth of the
+    // clearance, and models 1 m over the ground 4 km away stay apart in a
+    // 24-bit depth buffer.
+    lookAt(116.39, 39.91, 0.0, 0.0, -45.0, 3500.0);
+    ASSERT_TRUE(settle());
+    double above = 0.0;
+    ASSERT_TRUE(eyeClearance(above));
+    double measured = 0.0;
+    ASSERT_TRUE(clip->measureClearance(eye(), measured));
+    EXPECT_NEAR(measured, above, 1.0);
+    double zNear = 0.0, zFar = 0.0;
+    ASSERT_TRUE(clip->getLastClipPlanes(zNear, zFar));
+    EXPECT_NEAR(zNear, 0.1 * above, 0.02 * above);
+    const double resolutionAt4km = 4000.0 * 4000.0 / (zNear * (1 << 24));
+    EXPECT_LT(resolutionAt4km, 0.05);
+
+    // Something closer than that pulls the near plane in: a box 20 m ahead.
+    osg::Vec3d eyePoint, centre, up;
+    viewer->getViewer()->getCamera()->getViewMatrixAsLookAt(eyePoint, centre, up);
+    osg::Vec3d look = centre - eyePoint;
+    look.normalize();
+    osg::ref_ptr<osg::Geode> box = new osg::Geode;
+    box->addDrawable(new osg::ShapeDrawable(new osg::Box(eyePoint + look * 20.0, 2.0)));
+    viewer->getRoot()->addChild(box.get());
+    frames(2);
+    ASSERT_TRUE(clip->getLastClipPlanes(zNear, zFar));
+    EXPECT_LT(zNear, 19.0);
+    EXPECT_GT(zNear, clip->getMinimumNear());
+    osg::ref_ptr<osg::Image> depth = (grabFrame(), capture->depth());
+    ASSERT_TRUE(depth.valid());
+    EXPECT_LT(depthAt(*depth, windowWidth / 2, windowHeight / 2), 0.5f) << "the box is not drawn";
+    viewer->getRoot()->removeChild(box.get());
+}
+
+TEST_F(GlobeInUse, WithoutAMapNodeTheClearanceIsNotMeasured)
+{
+    osg::ref_ptr<globe::AutoClipPlaneCullCallback> bare = new globe::AutoClipPlaneCullCallback(nullptr);
+    double measured = -1.0;
+    EXPECT_FALSE(bare->measureClearance(eye(), measured));
+    EXPECT_EQ(measured, -1.0);
+    const globe::AutoClipPlaneCullCallback* clip = clipPlanes();
+    ASSERT_NE(clip, nullptr);
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    EXPECT_FALSE(clip->measureClearance(osg::Vec3d(nan, 0.0, 0.0), measured));
 }
 
 // Memory held still close to the ground: after the pager settles, 20 s of
