@@ -5,10 +5,15 @@
 #   BASE/myselftest/china-simple.earth   the earth file (no layers: the viewer adds both)
 # from the Debian package marble-qt-data, fetched with `apt-get download` into a cache
 # folder and unpacked there with `dpkg -x` (nothing is installed), converted by the
-# cxtiler tool (built first if needed).
+# cxtiler tool; and the scene objects around Beijing, made by the program:
+#   BASE/models/{buildings,terrain,pipes}/*_{fine,middle,crude,crude2}.osgb
+#                                        the models, four levels of detail each (cxsample)
+#   BASE/data/objects.csv                the objects, standing on the ground of dem.db (cxsample)
+#   BASE/data/objects.db                 the object store the viewer reads (cxstore build)
+# The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
-#     BUILD_DIR  CMake build folder for cxtiler (default: $CXVIEWER_BUILD_DIR or <repo>/build)
+#     BUILD_DIR  CMake build folder for the tools (default: $CXVIEWER_BUILD_DIR or <repo>/build)
 #     BASE_PATH  where the data goes           (default: $CXVIEWER_BASE_PATH or <repo>/sample)
 # Environment: CXVIEWER_CACHE (default ~/.cache/cxviewer), FORCE=1 to redo everything.
 #
@@ -78,8 +83,10 @@ else
   date > "$stamp"
 fi
 
-# --- 3. the tool -------------------------------------------------------------
+# --- 3. the tools ------------------------------------------------------------
 tiler="$build/apps/cxtiler/cxtiler"
+sampler="$build/apps/cxsample/cxsample"
+store="$build/apps/cxstore/cxstore"
 if [[ ! -f "$build/CMakeCache.txt" ]]; then
   say "configuring $build"
   generator=()
@@ -91,13 +98,27 @@ if [[ ! -f "$build/CMakeCache.txt" ]]; then
   cmake -S "$repo" -B "$build" "${generator[@]}" "${launcher[@]}" -DCMAKE_BUILD_TYPE=Release \
     -DCXVIEWER_BUILD_TESTS=OFF -DCXVIEWER_BUILD_BENCH=OFF >/dev/null
 fi
-# An up-to-date tool costs the build system a quick check only.
-say "building cxtiler in $build"
-if ! cmake --build "$build" --target cxtiler -j "${JOBS:-$(nproc)}" >/dev/null; then
-  [[ -x "$tiler" ]] || die "cannot build cxtiler (run: cmake --build $build --target cxtiler)"
-  say "warning: cannot rebuild cxtiler; using the existing $tiler"
+# Up-to-date tools cost the build system a quick check only. A tool that does not
+# build stops the run where it is needed, so the imagery and heights still come.
+say "building cxtiler, cxsample and cxstore in $build"
+if ! cmake --build "$build" --target cxtiler cxsample cxstore -j "${JOBS:-$(nproc)}" >/dev/null; then
+  # Build each on its own, so that one broken tool does not keep the others out.
+  for tool in "$tiler" "$sampler" "$store"; do
+    name=$(basename "$tool")
+    if ! cmake --build "$build" --target "$name" -j "${JOBS:-$(nproc)}" >/dev/null 2>&1; then
+      if [[ -x "$tool" ]]; then
+        say "warning: cannot rebuild $name; using the existing $tool"
+      else
+        say "warning: cannot build $name (run: cmake --build $build --target $name)"
+      fi
+    fi
+  done
 fi
-[[ -x "$tiler" ]] || die "no cxtiler at $tiler after the build"
+# need_tool PATH: stops the run when the tool is missing.
+need_tool() {
+  [[ -x "$1" ]] || die "no $(basename "$1") at $1 (run: cmake --build $build --target $(basename "$1"))"
+}
+need_tool "$tiler"
 
 # --- 4. the data -------------------------------------------------------------
 image_db="$base/data/base/image.db"
@@ -126,6 +147,27 @@ if up_to_date "$earth" "$tiler"; then
 else
   say "writing $earth"
   "$tiler" earth "$earth" --name china-simple
+fi
+
+# --- 5. the scene objects ----------------------------------------------------
+# The models and the table come from one run of cxsample, which writes the table
+# last: the table's date stands for both.
+objects_csv="$base/data/objects.csv"
+objects_db="$base/data/objects.db"
+need_tool "$sampler"
+need_tool "$store"
+if up_to_date "$objects_csv" "$sampler" "$dem_db" && [[ -d "$base/models/buildings" ]]; then
+  say "up to date: $objects_csv and $base/models"
+else
+  say "making the scene objects: $base/models and $objects_csv"
+  "$sampler" "$base" --dem "$dem_db"
+fi
+
+if up_to_date "$objects_db" "$objects_csv" "$store"; then
+  say "up to date: $objects_db"
+else
+  say "making $objects_db from $(basename "$objects_csv")"
+  "$store" build "$objects_csv" "$objects_db"
 fi
 
 say "sample data ready under $base"

@@ -1,0 +1,50 @@
+// Writes the sample's scene objects under an output folder:
+//   OUT/models/buildings/<stem>_{fine,middle,crude,crude2}.osgb
+//   OUT/models/terrain/park_{fine,middle,crude,crude2}.osgb
+//   OUT/models/pipes/<stem>_{fine,middle,crude,crude2}.osgb
+//   OUT/data/objects.csv   the objects, each naming its crude file relative to
+//                          OUT/models/ (the viewer's model root)
+// The same seed gives the same files, byte for byte.
+#ifndef CXSAMPLE_SAMPLEGENERATOR_H
+#define CXSAMPLE_SAMPLEGENERATOR_H
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+
+namespace cxsample
+{
+
+constexpr std::uint64_t kDefaultSeed = 20240611;
+
+/** Where things go below the output folder. */
+extern const char* const kModelsFolder; // "models"
+extern const char* const kCsvPath;      // "data/objects.csv"
+
+struct GeneratorOptions
+{
+    std::string outputDir;
+    /** Elevation MBTiles for the ground heights; empty: heights 0. */
+    std::string demPath;
+    std::uint64_t seed = kDefaultSeed;
+};
+
+struct GeneratorSummary
+{
+    std::size_t objects = 0;
+    std::size_t buildings = 0;
+    std::size_t terrains = 0;
+    std::size_t pipes = 0;
+    std::size_t modelFiles = 0;
+    std::uint64_t modelBytes = 0;
+    std::string csvPath;
+    std::string modelsDir;
+};
+
+/** Plans and writes the sample, with progress lines on `progress` (none when
+ *  null); throws Error when something cannot be read or written. */
+GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* progress);
+
+} // namespace cxsample
+
+#endif
