@@ -23,11 +23,16 @@ void getobjNodeVistor::search(osg::Group& group)
     for (unsigned int i = 0; i < group.getNumChildren(); ++i)
     {
         osg::Node* child = group.getChild(i);
-        auto* model = dynamic_cast<CModel*>(child);
-        if (model && model->objID == wantedID)
+        if (auto* model = dynamic_cast<CModel*>(child))
         {
-            foundModel = model;
-            break;
+            if (model->objID == wantedID)
+            {
+                foundModel = model;
+                break;
+            }
+            // Below a model lie only its own files, never another model:
+            // the walk spares them, most of a scene of many loaded models.
+            continue;
         }
         traverse(*child);
     }

@@ -248,6 +248,47 @@ TEST_F(SceneTree, TheSearchFindsModelsAtTheDepthsTheSceneHoldsThem)
     EXPECT_EQ(OBJManage::GetObjManager()->GetObj(3), nullptr);
 }
 
+TEST_F(SceneTree, AMatchEndsItsOwnGroupAndTheWalkGoesOn)
+{
+    // The walk looks at the children of the groups it applies to and
+    // traverses the others, so it applies to every second level: models
+    // stand at odd depths under the root, as the enterprises' do (root,
+    // group, enterprise node, paged node, node content, model).
+    osg::ref_ptr<CModel> first = new CModel, second = new CModel, later = new CModel, outer = new CModel,
+                         inner = new CModel;
+    for (CModel* m : {first.get(), second.get(), later.get(), inner.get()})
+        m->objID = 5;
+    outer->objID = 6;
+    osg::ref_ptr<osg::Group> holder = new osg::Group, one = new osg::Group, two = new osg::Group;
+    one->addChild(first.get());
+    one->addChild(second.get());
+    two->addChild(later.get());
+    holder->addChild(one.get());
+    holder->addChild(two.get());
+    viewer->root->addChild(holder.get());
+    // The walk goes on after the first group: the model met last answers.
+    EXPECT_EQ(OBJManage::GetObjManager()->GetObj(5), later.get());
+    holder->removeChild(two.get());
+    // Within a group the first match ends the loop.
+    EXPECT_EQ(OBJManage::GetObjManager()->GetObj(5), first.get());
+
+    // Below a model only its files are expected; they are not searched.
+    holder->removeChild(one.get());
+    osg::ref_ptr<osg::Group> outerGroup = new osg::Group;
+    osg::ref_ptr<osg::MatrixTransform> files = new osg::MatrixTransform;
+    files->addChild(inner.get());
+    outer->addChild(files.get());
+    outerGroup->addChild(outer.get());
+    holder->addChild(outerGroup.get());
+    EXPECT_EQ(OBJManage::GetObjManager()->GetObj(6), outer.get());
+    EXPECT_EQ(OBJManage::GetObjManager()->GetObj(5), nullptr);
+
+    // A model at an even depth is never looked at.
+    viewer->root->removeChild(holder.get());
+    viewer->root->addChild(one.get());
+    EXPECT_EQ(OBJManage::GetObjManager()->GetObj(5), nullptr);
+}
+
 TEST_F(SceneTree, TheReaderAnswersWithChildNodesAndModels)
 {
     modelFile("r_crude.osgb");
