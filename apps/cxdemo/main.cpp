@@ -1,7 +1,7 @@
 // cxdemo: a small X11 host for the library. It makes its own window, hands it
 // to CXViewer, drives the frames, and can write the last frame to a PNG.
 //
-//   cxdemo [--base-path DIR] [--model-root DIR] [--frames N] [--snapshot FILE.png]
+//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--frames N] [--snapshot FILE.png]
 //          [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
 
 #include "FrameCapture.h"
@@ -11,6 +11,7 @@
 #include <viewer/CXViewer>
 
 #include <globe/EarthManipulator>
+#include <objects/CObjManager>
 
 #include <osgDB/WriteFile>
 
@@ -33,6 +34,7 @@ struct Options
 {
     std::string basePath = CXDEMO_DEFAULT_DATA_DIR;
     std::string modelRoot;
+    std::string store;
     long frames = -1; // until the window closes
     std::string snapshot;
     int width = 1280;
@@ -87,11 +89,12 @@ bool parseViewpoint(const char* text, Options& options)
 void usage(const char* program)
 {
     std::fprintf(stderr,
-                 "usage: %s [--base-path DIR] [--model-root DIR] [--frames N] [--snapshot FILE.png]"
+                 "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--frames N] [--snapshot FILE.png]"
                  " [--size WIDTHxHEIGHT]\n"
                  "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
+                 "  --store       the object store (default: BASE/data/objects.db)\n"
                  "  --frames      number of frames to draw, then exit (default: until the window closes)\n"
                  "  --snapshot    write the last frame to this PNG file\n"
                  "  --size        window size (default 1280x720)\n"
@@ -128,6 +131,8 @@ bool parse(int argc, char** argv, Options& options)
             options.basePath = v;
         else if (arg == "--model-root" && (v = value("--model-root")))
             options.modelRoot = v;
+        else if (arg == "--store" && (v = value("--store")))
+            options.store = v;
         else if (arg == "--frames" && (v = value("--frames")))
         {
             char* end = nullptr;
@@ -168,6 +173,11 @@ bool parse(int argc, char** argv, Options& options)
     }
     if (options.modelRoot.empty())
         options.modelRoot = options.basePath + "/models";
+    // The model files' names are appended to the root as they stand.
+    if (options.modelRoot.back() != '/')
+        options.modelRoot += '/';
+    if (options.store.empty())
+        options.store = options.basePath + "/data/objects.db";
     return true;
 }
 
@@ -204,6 +214,15 @@ int main(int argc, char** argv)
         viewer->UnInitOSG();
         return 1;
     }
+
+    // The scene objects: buildings, terrain models and pipes of the store,
+    // paged by their quadtrees. The terrain models' group is the host's to
+    // place; the demo shows it with the rest.
+    OBJManage::GetObjManager()->Init(options.store);
+    if (viewer->getTerrain() && viewer->getTerrain()->getNumParents() == 0)
+        viewer->getRoot()->addChild(viewer->getTerrain());
+    std::printf("cxdemo: %zu enterprises from %s\n", OBJManage::GetObjManager()->enterpriseMap.size(),
+                options.store.c_str());
 
     osg::ref_ptr<cxhost::FrameCapture> capture;
     if (!options.snapshot.empty())

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <ostream>
 
 using namespace storetest;
 namespace fs = std::filesystem;
@@ -390,6 +391,12 @@ struct BadFile
     void (*make)(const std::string& path, const std::string& store);
     const char* reason; ///< a part of getOpenError()
 };
+
+// Test listings name the case rather than dump its bytes.
+void PrintTo(const BadFile& value, std::ostream* out)
+{
+    *out << value.name;
+}
 
 void writeText(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
 

@@ -287,6 +287,12 @@ struct BadRow
     const char* expected; ///< a part of the message
 };
 
+// Test listings name the case rather than dump its bytes.
+void PrintTo(const BadRow& value, std::ostream* out)
+{
+    *out << value.name;
+}
+
 const BadRow kBadRows[] = {
     {"TooFewFields", "9001,40,0,name,116.1,39.6,10,5,0,a.ive,0,0,0,1,1", "15 fields, 16 expected"},
     {"TooManyFields", "9001,40,0,name,116.1,39.6,10,5,0,a.ive,0,0,0,1,1,1,7", "17 fields, 16 expected"},
