@@ -1,19 +1,14 @@
-// The one exception type of the sample generator: a message meant for the user,
-// thrown for bad arguments, an unreadable elevation file or an unwritable output.
+// The one exception type of cxsample: a message meant for the user (the one
+// all the command-line tools share).
 #ifndef CXSAMPLE_ERROR_H
 #define CXSAMPLE_ERROR_H
 
-#include <stdexcept>
-#include <string>
+#include "ToolError.h"
 
 namespace cxsample
 {
 
-class Error : public std::runtime_error
-{
-public:
-    explicit Error(const std::string& message) : std::runtime_error(message) {}
-};
+using Error = cxtool::Error;
 
 } // namespace cxsample
 

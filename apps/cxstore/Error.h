@@ -1,19 +1,14 @@
-// The one exception type of cxstore: a message meant for the user, thrown for
-// bad input, an unreadable store or an unwritable output.
+// The one exception type of cxstore: a message meant for the user (the one
+// all the command-line tools share).
 #ifndef CXSTORE_ERROR_H
 #define CXSTORE_ERROR_H
 
-#include <stdexcept>
-#include <string>
+#include "ToolError.h"
 
 namespace cxstore
 {
 
-class Error : public std::runtime_error
-{
-public:
-    explicit Error(const std::string& message) : std::runtime_error(message) {}
-};
+using Error = cxtool::Error;
 
 } // namespace cxstore
 

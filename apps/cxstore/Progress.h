@@ -3,7 +3,8 @@
 #ifndef CXSTORE_PROGRESS_H
 #define CXSTORE_PROGRESS_H
 
-#include <chrono>
+#include "StatusLine.h"
+
 #include <iosfwd>
 #include <string>
 
@@ -53,11 +54,7 @@ public:
 private:
     std::string statusLine() const;
 
-    std::ostream& _out;
-    bool _interactive;
-    int _lastTenth = 0;
-    std::chrono::steady_clock::time_point _start;
-    std::chrono::steady_clock::time_point _lastDraw;
+    cxtool::StatusLine _line;
 };
 
 } // namespace cxstore

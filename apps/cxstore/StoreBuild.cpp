@@ -1,73 +1,28 @@
 #include "StoreBuild.h"
 
 #include "Error.h"
+#include "OutputFile.h"
 #include "Progress.h"
 
 #include <datastore/DBAuthoring>
 #include <objects/PropertyText>
 
-#include <csignal>
-#include <cstring>
 #include <filesystem>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace cxstore
 {
 
-namespace
-{
-
-// The temporary file of the build in progress, for the interrupt handler: a
-// plain buffer, since a signal handler may only call async-signal-safe
-// functions.
-char g_pendingFile[4096];
-volatile std::sig_atomic_t g_pendingSet = 0;
-
-extern "C" void removePendingAndExit(int signal)
-{
-    if (g_pendingSet)
-        ::unlink(g_pendingFile);
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
-/** Marks a file as the one to remove on an interrupt while it lives. */
-class PendingFile
-{
-public:
-    explicit PendingFile(const std::string& path)
-    {
-        g_pendingSet = 0;
-        if (path.size() < sizeof(g_pendingFile))
-        {
-            std::memcpy(g_pendingFile, path.c_str(), path.size() + 1);
-            g_pendingSet = 1;
-        }
-    }
-    ~PendingFile() { g_pendingSet = 0; }
-    PendingFile(const PendingFile&) = delete;
-    PendingFile& operator=(const PendingFile&) = delete;
-};
-
-} // namespace
-
 BuildSummary writeStore(const ObjectTable& table, const std::string& path, const BuildOptions& options,
                         Progress& progress)
 {
-    std::error_code ec;
-    if (fs::is_directory(path, ec))
-        throw Error("cannot write '" + path + "': it is a folder");
-    const fs::path parent = fs::path(path).parent_path();
-    if (!parent.empty() && !fs::is_directory(parent, ec))
-        throw Error("cannot write '" + path + "': the folder '" + parent.string() + "' does not exist");
+    cxtool::checkOutputPath(path);
     if (options.leafCapacity < 1)
         throw Error("the leaf capacity must be 1 at least");
 
-    const std::string temporary = path + ".tmp" + std::to_string(::getpid());
-    fs::remove(temporary, ec); // left by an earlier run that was killed
-    PendingFile pending(temporary);
+    const std::string temporary = cxtool::temporaryPathFor(path);
+    cxtool::PendingFile pending(temporary);
     DBManage::StoreWriter writer; // removes the temporary file unless committed
     auto check = [&writer, &path](bool ok) {
         if (!ok)
@@ -135,6 +90,7 @@ BuildSummary writeStore(const ObjectTable& table, const std::string& path, const
     check(writer.commit());
     // The log files of an earlier store at the target would be applied to the
     // new one; they go before it takes the name.
+    std::error_code ec;
     for (const char* suffix : {"-wal", "-shm"})
         fs::remove(path + suffix, ec);
     fs::rename(temporary, path, ec);
@@ -160,8 +116,7 @@ BuildSummary buildStore(const std::string& csvPath, const std::string& storePath
 
 void installInterruptCleanup()
 {
-    for (int signal : {SIGINT, SIGTERM, SIGHUP})
-        std::signal(signal, removePendingAndExit);
+    cxtool::removeOutputOnInterrupt();
 }
 
 } // namespace cxstore

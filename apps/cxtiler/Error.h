@@ -1,19 +1,14 @@
-// The one exception type of the tiler: a message meant for the user, thrown for
-// bad input, an unwritable output or a cancelled run.
+// The one exception type of cxtiler: a message meant for the user (the one
+// all the command-line tools share).
 #ifndef CXTILER_ERROR_H
 #define CXTILER_ERROR_H
 
-#include <stdexcept>
-#include <string>
+#include "ToolError.h"
 
 namespace cxtiler
 {
 
-class Error : public std::runtime_error
-{
-public:
-    explicit Error(const std::string& message) : std::runtime_error(message) {}
-};
+using Error = cxtool::Error;
 
 } // namespace cxtiler
 

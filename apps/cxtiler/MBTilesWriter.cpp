@@ -1,83 +1,33 @@
 #include "MBTilesWriter.h"
 
 #include "Error.h"
+#include "OutputFile.h"
 #include "TileMath.h"
 
 #include <sqlite3.h>
 
-#include <csignal>
-#include <cstdio>
-#include <cstring>
-#include <fcntl.h>
 #include <filesystem>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
 namespace cxtiler
 {
 
-namespace
-{
-
-// The temporary file of the open writer, for the interrupt handler: a plain
-// buffer, since a signal handler may only call async-signal-safe functions.
-char g_pendingFile[4096];
-volatile std::sig_atomic_t g_pendingSet = 0;
-
-void setPending(const std::string& path)
-{
-    g_pendingSet = 0;
-    if (path.size() < sizeof(g_pendingFile))
-    {
-        std::memcpy(g_pendingFile, path.c_str(), path.size() + 1);
-        g_pendingSet = 1;
-    }
-}
-
-void clearPending() { g_pendingSet = 0; }
-
-extern "C" void removePendingAndExit(int signal)
-{
-    if (g_pendingSet)
-        ::unlink(g_pendingFile);
-    std::signal(signal, SIG_DFL);
-    std::raise(signal);
-}
-
-void syncFile(const std::string& path)
-{
-    const int fd = ::open(path.c_str(), O_RDONLY);
-    if (fd >= 0)
-    {
-        ::fsync(fd);
-        ::close(fd);
-    }
-}
-
-} // namespace
-
 MBTilesWriter::MBTilesWriter(const std::string& path) : _path(path)
 {
-    std::error_code ec;
-    if (fs::is_directory(path, ec))
-        throw Error("cannot write '" + path + "': it is a folder");
-    const fs::path parent = fs::path(path).parent_path();
-    if (!parent.empty() && !fs::is_directory(parent, ec))
-        throw Error("cannot write '" + path + "': the folder '" + parent.string() + "' does not exist");
-
-    _temporaryPath = path + ".tmp" + std::to_string(::getpid());
-    fs::remove(_temporaryPath, ec);
+    cxtool::checkOutputPath(path);
+    _temporaryPath = cxtool::temporaryPathFor(path);
     if (sqlite3_open_v2(_temporaryPath.c_str(), &_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr)
         != SQLITE_OK)
     {
         const std::string message = _db ? sqlite3_errmsg(_db) : "out of memory";
         sqlite3_close(_db);
         _db = nullptr;
+        std::error_code ec;
         fs::remove(_temporaryPath, ec);
         throw Error("cannot write '" + path + "': " + message);
     }
-    setPending(_temporaryPath);
+    _pending = std::make_unique<cxtool::PendingFile>(_temporaryPath);
 
     // No rollback journal: a failed run throws the whole file away anyway.
     execute("PRAGMA journal_mode=OFF");
@@ -133,7 +83,7 @@ void MBTilesWriter::discard()
     {
         std::error_code ec;
         fs::remove(_temporaryPath, ec);
-        clearPending();
+        _pending.reset();
     }
 }
 
@@ -172,7 +122,7 @@ void MBTilesWriter::commit()
     if (sqlite3_close(_db) != SQLITE_OK)
         fail("closing the file");
     _db = nullptr;
-    syncFile(_temporaryPath);
+    cxtool::syncFile(_temporaryPath);
 
     std::error_code ec;
     fs::rename(_temporaryPath, _path, ec);
@@ -181,14 +131,13 @@ void MBTilesWriter::commit()
         discard();
         throw Error("cannot write '" + _path + "': " + ec.message());
     }
-    clearPending();
+    _pending.reset();
     _committed = true;
 }
 
 void MBTilesWriter::installInterruptCleanup()
 {
-    for (int signal : {SIGINT, SIGTERM, SIGHUP})
-        std::signal(signal, removePendingAndExit);
+    cxtool::removeOutputOnInterrupt();
 }
 
 } // namespace cxtiler

@@ -5,7 +5,10 @@
 #ifndef CXTILER_MBTILESWRITER_H
 #define CXTILER_MBTILESWRITER_H
 
+#include "OutputFile.h"
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -50,6 +53,7 @@ private:
     sqlite3* _db = nullptr;
     sqlite3_stmt* _insertTile = nullptr;
     sqlite3_stmt* _insertMetadata = nullptr;
+    std::unique_ptr<cxtool::PendingFile> _pending; ///< while the temporary file is ours
     bool _committed = false;
 };
 

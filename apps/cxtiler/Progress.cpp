@@ -1,6 +1,5 @@
 #include "Progress.h"
 
-#include <cstdio>
 #include <numeric>
 #include <ostream>
 #include <sstream>
@@ -28,7 +27,7 @@ long Progress::doneTiles() const { return std::accumulate(_done.begin(), _done.e
 
 long Progress::totalTiles() const { return std::accumulate(_total.begin(), _total.end(), 0L); }
 
-TerminalProgress::TerminalProgress(std::ostream& out, bool interactive) : _out(out), _interactive(interactive) {}
+TerminalProgress::TerminalProgress(std::ostream& out, bool interactive) : _line(out, interactive) {}
 
 std::string TerminalProgress::statusLine() const
 {
@@ -53,48 +52,33 @@ std::string TerminalProgress::statusLine() const
 void TerminalProgress::begin(const std::string& title, const std::vector<long>& tilesPerLevel)
 {
     Progress::begin(title, tilesPerLevel);
-    _lastTenth = 0;
-    _start = _lastDraw = std::chrono::steady_clock::now();
-    _out << title << ": " << tilesPerLevel.size() << " levels (0-" << tilesPerLevel.size() - 1 << "), "
-         << totalTiles() << " tiles\n";
-    if (_interactive)
-        _out << statusLine() << std::flush;
+    _line.start();
+    _line.out() << title << ": " << tilesPerLevel.size() << " levels (0-" << tilesPerLevel.size() - 1 << "), "
+                << totalTiles() << " tiles\n";
+    _line.redraw(statusLine(), true);
 }
 
 bool TerminalProgress::tileDone(int level)
 {
     Progress::tileDone(level);
-    const auto now = std::chrono::steady_clock::now();
-    if (_interactive)
+    if (_line.interactive())
     {
-        // Redraw at most 20 times a second, and always for the last tile.
-        if (now - _lastDraw > std::chrono::milliseconds(50) || doneTiles() == totalTiles())
-        {
-            _out << '\r' << statusLine() << std::flush;
-            _lastDraw = now;
-        }
+        // Always drawn for the last tile.
+        _line.redraw(statusLine(), doneTiles() == totalTiles());
         return true;
     }
     if (level >= 0 && static_cast<std::size_t>(level) < _done.size() && _done[level] == _total[level])
-        _out << "  level " << level << " done: " << _total[level] << " tiles\n";
-    const long total = totalTiles();
-    const int tenth = total > 0 ? static_cast<int>(doneTiles() * 10 / total) : 10;
-    if (tenth > _lastTenth && tenth < 10)
-    {
-        _lastTenth = tenth;
-        _out << "  " << tenth * 10 << "% (" << doneTiles() << "/" << total << " tiles)\n";
-    }
+        _line.out() << "  level " << level << " done: " << _total[level] << " tiles\n";
+    if (const int tenth = _line.tenthReached(doneTiles(), totalTiles()))
+        _line.out() << "  " << tenth * 10 << "% (" << doneTiles() << "/" << totalTiles() << " tiles)\n";
     return true;
 }
 
 void TerminalProgress::end()
 {
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
-    char elapsed[32];
-    std::snprintf(elapsed, sizeof(elapsed), "%.2f s", seconds);
-    if (_interactive)
-        _out << '\r' << statusLine() << '\n';
-    _out << _title << ": " << doneTiles() << " tiles in " << elapsed << '\n' << std::flush;
+    if (_line.interactive())
+        _line.out() << '\r' << statusLine() << '\n';
+    _line.out() << _title << ": " << doneTiles() << " tiles in " << _line.elapsed() << '\n' << std::flush;
 }
 
 } // namespace cxtiler

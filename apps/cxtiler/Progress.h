@@ -2,7 +2,8 @@
 #ifndef CXTILER_PROGRESS_H
 #define CXTILER_PROGRESS_H
 
-#include <chrono>
+#include "StatusLine.h"
+
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -51,11 +52,7 @@ public:
 private:
     std::string statusLine() const;
 
-    std::ostream& _out;
-    bool _interactive;
-    int _lastTenth = 0;
-    std::chrono::steady_clock::time_point _start;
-    std::chrono::steady_clock::time_point _lastDraw;
+    cxtool::StatusLine _line;
 };
 
 } // namespace cxtiler
