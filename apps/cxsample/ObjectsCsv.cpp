@@ -1,6 +1,7 @@
 #include "ObjectsCsv.h"
 
 #include "Error.h"
+#include "OutputFile.h"
 
 #include <cerrno>
 #include <cmath>
@@ -11,9 +12,6 @@
 
 namespace cxsample
 {
-
-const char* const kObjectsCsvHeader = "objID,enterID,enterType,objName,lon,lat,height,radius,objType,fileName,"
-                                      "heading,pitch,roll,scaleX,scaleY,scaleZ";
 
 std::string csvField(const std::string& text)
 {
@@ -42,7 +40,7 @@ std::string fixed(double value, int decimals)
 
 std::string objectsCsv(const std::vector<ObjectRow>& rows)
 {
-    std::string text = std::string(kObjectsCsvHeader) + "\n";
+    std::string text = cxtool::objectTableHeader() + "\n";
     for (const ObjectRow& row : rows)
     {
         text += std::to_string(row.objID) + "," + std::to_string(row.enterID) + "," + std::to_string(row.enterType)
@@ -57,29 +55,27 @@ std::string objectsCsv(const std::vector<ObjectRow>& rows)
 
 void writeObjectsCsv(const std::string& path, const std::vector<ObjectRow>& rows)
 {
-    const std::string partial = path + ".part";
+    const std::string partial = cxtool::temporaryPathFor(path);
+    cxtool::PendingFile pending(partial);
     const std::string text = objectsCsv(rows);
+    auto fail = [&](const std::string& why) {
+        std::error_code ignored;
+        std::filesystem::remove(partial, ignored);
+        throw Error("cannot write " + path + why);
+    };
     {
         std::ofstream out(partial, std::ios::binary | std::ios::trunc);
         if (!out)
-            throw Error("cannot write " + path + ": " + std::strerror(errno));
+            fail(std::string(": ") + std::strerror(errno));
         out.write(text.data(), static_cast<std::streamsize>(text.size()));
         out.close();
         if (!out)
-        {
-            std::error_code ignored;
-            std::filesystem::remove(partial, ignored);
-            throw Error("cannot write " + path);
-        }
+            fail("");
     }
     std::error_code error;
     std::filesystem::rename(partial, path, error);
     if (error)
-    {
-        std::error_code ignored;
-        std::filesystem::remove(partial, ignored);
-        throw Error("cannot write " + path + ": " + error.message());
-    }
+        fail(": " + error.message());
 }
 
 } // namespace cxsample

@@ -7,33 +7,15 @@
 #ifndef CXSAMPLE_OBJECTSCSV_H
 #define CXSAMPLE_OBJECTSCSV_H
 
+#include "ObjectTable.h"
+
 #include <string>
 #include <vector>
 
 namespace cxsample
 {
 
-struct ObjectRow
-{
-    int objID = 0;
-    int enterID = 0;
-    int enterType = 0;
-    std::string objName;
-    double lon = 0.0;
-    double lat = 0.0;
-    double height = 0.0;
-    double radius = 0.0;
-    int objType = 0;
-    std::string fileName;
-    double heading = 0.0;
-    double pitch = 0.0;
-    double roll = 0.0;
-    double scaleX = 1.0;
-    double scaleY = 1.0;
-    double scaleZ = 1.0;
-};
-
-extern const char* const kObjectsCsvHeader;
+using ObjectRow = cxtool::ObjectRow;
 
 /** `text` as a CSV field. */
 std::string csvField(const std::string& text);

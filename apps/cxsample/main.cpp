@@ -4,6 +4,7 @@
 // Run with --help for the usage.
 
 #include "CommandLine.h"
+#include "OutputFile.h"
 
 #include <osg/Notify>
 
@@ -15,6 +16,8 @@ int main(int argc, char** argv)
 {
     // The tool explains failures itself; the plugins' own warnings would only repeat them.
     osg::setNotifyLevel(osg::FATAL);
+    // An interrupted run leaves no half-written table.
+    cxtool::removeOutputOnInterrupt();
     const std::vector<std::string> args(argv + 1, argv + argc);
     return cxsample::runCommandLine(args, std::cout, std::cerr);
 }

@@ -16,10 +16,6 @@
 namespace cxstore
 {
 
-const std::vector<std::string> kObjectColumns = {"objID",   "enterID",  "enterType", "objName", "lon",    "lat",
-                                                 "height",  "radius",   "objType",   "fileName", "heading", "pitch",
-                                                 "roll",    "scaleX",   "scaleY",    "scaleZ"};
-
 namespace
 {
 
@@ -135,12 +131,7 @@ ObjectTable parseObjectCsv(std::string_view text, const std::string& name, Progr
     try
     {
         if (!reader.next(record))
-            throw Error(name + " is empty: it needs the header line " + [] {
-                std::string header;
-                for (const std::string& column : kObjectColumns)
-                    header += (header.empty() ? "" : ",") + column;
-                return header;
-            }());
+            throw Error(name + " is empty: it needs the header line " + cxtool::objectTableHeader());
         for (std::size_t i = 0; i < kObjectColumns.size(); ++i)
         {
             const std::string_view found = i < record.fields.size() ? trimmed(record.fields[i]) : "(nothing)";

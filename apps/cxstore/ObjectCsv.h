@@ -1,8 +1,10 @@
 // The objects table that cxstore builds a store from: a CSV file with the
-// header kObjectColumns, one object per row, every row checked before anything
+// header kObjectColumns (the table cxsample writes), one object per row, every row checked before anything
 // is written.
 #ifndef CXSTORE_OBJECTCSV_H
 #define CXSTORE_OBJECTCSV_H
+
+#include "ObjectTable.h"
 
 #include <map>
 #include <string>
@@ -14,24 +16,8 @@ namespace cxstore
 
 class Progress;
 
-/** The header line, column by column. */
-extern const std::vector<std::string> kObjectColumns;
-
-/** One row of the table, checked. */
-struct ObjectRow
-{
-    long line = 0; ///< where the row starts in the file
-    int objID = 0;
-    int enterID = 0;
-    int enterType = 0;
-    std::string objName;
-    double lon = 0.0, lat = 0.0, height = 0.0; ///< degrees, degrees, metres
-    double radius = 0.0;                       ///< metres
-    int objType = 0;
-    std::string fileName; ///< the model file; empty: an object without a model
-    double heading = 0.0, pitch = 0.0, roll = 0.0;
-    double scaleX = 1.0, scaleY = 1.0, scaleZ = 1.0;
-};
+using cxtool::kObjectColumns;
+using ObjectRow = cxtool::ObjectRow;
 
 struct ObjectTable
 {

@@ -114,9 +114,4 @@ BuildSummary buildStore(const std::string& csvPath, const std::string& storePath
     return writeStore(table, storePath, options, progress);
 }
 
-void installInterruptCleanup()
-{
-    cxtool::removeOutputOnInterrupt();
-}
-
 } // namespace cxstore

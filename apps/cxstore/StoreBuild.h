@@ -37,10 +37,6 @@ BuildSummary writeStore(const ObjectTable& table, const std::string& path, const
 BuildSummary buildStore(const std::string& csvPath, const std::string& storePath, const BuildOptions& options,
                         Progress& progress);
 
-/** Makes SIGINT, SIGTERM and SIGHUP remove the temporary file of a build in
-  * progress before the process ends. For the command-line tool. */
-void installInterruptCleanup();
-
 } // namespace cxstore
 
 #endif

@@ -3,7 +3,7 @@
 // Run with --help for the usage.
 
 #include "CommandLine.h"
-#include "StoreBuild.h"
+#include "OutputFile.h"
 
 #include <iostream>
 #include <string>
@@ -12,7 +12,8 @@
 
 int main(int argc, char** argv)
 {
-    cxstore::installInterruptCleanup();
+    // An interrupted build leaves no half-written store.
+    cxtool::removeOutputOnInterrupt();
     const std::vector<std::string> args(argv + 1, argv + argc);
     return cxstore::runCommandLine(args, std::cout, std::cerr, ::isatty(STDOUT_FILENO) != 0);
 }

@@ -135,9 +135,4 @@ void MBTilesWriter::commit()
     _committed = true;
 }
 
-void MBTilesWriter::installInterruptCleanup()
-{
-    cxtool::removeOutputOnInterrupt();
-}
-
 } // namespace cxtiler

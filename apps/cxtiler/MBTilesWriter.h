@@ -39,10 +39,6 @@ public:
     const std::string& path() const { return _path; }
     const std::string& temporaryPath() const { return _temporaryPath; }
 
-    /** Makes SIGINT, SIGTERM and SIGHUP remove the temporary file of the writer that
-     *  is open at the time before the process ends. For the command-line tool. */
-    static void installInterruptCleanup();
-
 private:
     void execute(const char* sql);
     [[noreturn]] void fail(const std::string& what);

@@ -4,7 +4,7 @@
 // Run without arguments for the usage.
 
 #include "CommandLine.h"
-#include "MBTilesWriter.h"
+#include "OutputFile.h"
 
 #include <cpl_error.h>
 #include <osg/Notify>
@@ -20,7 +20,8 @@ int main(int argc, char** argv)
     // The tool explains failures itself; the plugins' own warnings would only repeat them.
     osg::setNotifyLevel(osg::FATAL);
     CPLSetErrorHandler(CPLQuietErrorHandler);
-    cxtiler::MBTilesWriter::installInterruptCleanup();
+    // An interrupted run leaves no half-written output.
+    cxtool::removeOutputOnInterrupt();
     const std::vector<std::string> args(argv + 1, argv + argc);
     return cxtiler::runCommandLine(args, std::cout, std::cerr, ::isatty(STDOUT_FILENO) != 0);
 }
