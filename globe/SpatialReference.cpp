@@ -11,6 +11,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 
 namespace globe
@@ -54,6 +55,29 @@ std::string definitionFor(const std::string& init)
     if (projString && key.find("type=crs") == std::string::npos)
         return text + " +type=crs";
     return text;
+}
+
+// "ENU:lat,lon" (any case, blanks allowed around the numbers): the tangent
+// plane's latitude and longitude in degrees.
+bool parseTangentPlane(const std::string& init, double& lat, double& lon)
+{
+    const std::string text = trim(init);
+    if (text.size() < 4 || lower(text.substr(0, 4)) != "enu:")
+        return false;
+    const std::string numbers = text.substr(4);
+    const auto comma = numbers.find(',');
+    if (comma == std::string::npos)
+        return false;
+    auto number = [](const std::string& part, double& value) {
+        const std::string t = trim(part);
+        if (t.empty())
+            return false;
+        char* end = nullptr;
+        value = std::strtod(t.c_str(), &end);
+        return end == t.c_str() + t.size() && std::isfinite(value);
+    };
+    return number(numbers.substr(0, comma), lat) && number(numbers.substr(comma + 1), lon) && std::fabs(lat) <= 90.0
+           && std::fabs(lon) <= 360.0;
 }
 
 std::string wktOf(PJ_CONTEXT* ctx, const PJ* object)
@@ -161,7 +185,19 @@ SpatialReference::~SpatialReference() = default;
 
 const SpatialReference* SpatialReference::create(const std::string& init)
 {
-    const std::string definition = definitionFor(init);
+    double tangentLat = 0.0, tangentLon = 0.0;
+    const bool tangent = parseTangentPlane(init, tangentLat, tangentLon);
+    std::string definition;
+    if (tangent)
+    {
+        char text[96];
+        std::snprintf(text, sizeof(text), "ENU:%.15g,%.15g", tangentLat, tangentLon);
+        definition = text;
+    }
+    else
+    {
+        definition = definitionFor(init);
+    }
     if (definition.empty())
         return nullptr;
 
@@ -171,7 +207,8 @@ const SpatialReference* SpatialReference::create(const std::string& init)
     if (found != reg.byDefinition.end())
         return found->second.get();
 
-    osg::ref_ptr<SpatialReference> srs = build(init, definition);
+    osg::ref_ptr<SpatialReference> srs =
+        tangent ? buildTangentPlane(init, definition, tangentLat, tangentLon) : build(init, definition);
     if (!srs)
         return nullptr;
     reg.byDefinition.emplace(definition, srs);
@@ -285,6 +322,27 @@ osg::ref_ptr<SpatialReference> SpatialReference::build(const std::string& init, 
     return srs;
 }
 
+osg::ref_ptr<SpatialReference> SpatialReference::buildTangentPlane(const std::string& init,
+                                                                 const std::string& definition, double lat,
+                                                                 double lon)
+{
+    osg::ref_ptr<SpatialReference> srs = new SpatialReference;
+    srs->_init = init;
+    srs->_definition = definition;
+    char name[96];
+    std::snprintf(name, sizeof(name), "WGS 84 tangent plane at %.9g, %.9g", lat, lon);
+    srs->_name = name;
+    srs->_type = PROJECTED;
+    srs->_fast = FAST_TANGENT_PLANE;
+    srs->_wgs84Datum = true;
+    srs->_ellipsoid = new osg::EllipsoidModel(kWGS84SemiMajor, kWGS84SemiMajor * (1.0 - 1.0 / kWGS84InverseFlattening));
+    srs->_ellipsoid->computeLocalToWorldTransformFromLatLongHeight(osg::DegreesToRadians(lat),
+                                                                   osg::DegreesToRadians(lon), 0.0,
+                                                                   srs->_localToWorld);
+    srs->_worldToLocal = osg::Matrixd::inverse(srs->_localToWorld);
+    return srs;
+}
+
 const SpatialReference* SpatialReference::getGeographicSRS() const
 {
     std::call_once(_geographicOnce, [this] {
@@ -321,6 +379,8 @@ bool SpatialReference::isEquivalentTo(const SpatialReference* rhs) const
         return false;
     if (rhs == this || rhs->_definition == _definition)
         return true;
+    if (_fast == FAST_TANGENT_PLANE || rhs->_fast == FAST_TANGENT_PLANE)
+        return false; // same plane means same definition, checked above
     if (_fast != FAST_NONE && _fast == rhs->_fast)
         return true;
     PJ_CONTEXT* ctx = proj::context();
@@ -336,6 +396,13 @@ bool SpatialReference::transform(const osg::Vec3d& input, const SpatialReference
     osg::Vec3d point = input;
     if (outputSRS == this)
     {
+        output = point;
+        return true;
+    }
+    if (_fast == FAST_TANGENT_PLANE || outputSRS->_fast == FAST_TANGENT_PLANE)
+    {
+        if (!transformTangent(&point, 1, outputSRS))
+            return false;
         output = point;
         return true;
     }
@@ -365,6 +432,8 @@ bool SpatialReference::transform(std::vector<osg::Vec3d>& points, const SpatialR
         return false;
     if (points.empty() || outputSRS == this)
         return true;
+    if (_fast == FAST_TANGENT_PLANE || outputSRS->_fast == FAST_TANGENT_PLANE)
+        return transformTangent(points.data(), points.size(), outputSRS);
     if (_fast == FAST_WGS84_GEOGRAPHIC && outputSRS->_fast == FAST_WGS84_GEOCENTRIC)
     {
         bool ok = true;
@@ -380,6 +449,41 @@ bool SpatialReference::transform(std::vector<osg::Vec3d>& points, const SpatialR
         return ok;
     }
     return transformWithProj(points.data(), points.size(), outputSRS);
+}
+
+// A tangent plane is a rigid frame on the WGS84 ellipsoid: its points go to
+// world coordinates by one matrix, and on from there.
+bool SpatialReference::transformTangent(osg::Vec3d* points, std::size_t count, const SpatialReference* outputSRS) const
+{
+    const SpatialReference* world = worldSRS();
+    bool ok = true;
+    if (_fast == FAST_TANGENT_PLANE)
+    {
+        for (std::size_t i = 0; i < count; ++i)
+        {
+            ok = points[i].valid() && ok;
+            points[i] = points[i] * _localToWorld;
+        }
+        if (outputSRS == world)
+            return ok;
+        std::vector<osg::Vec3d> worldPoints(points, points + count);
+        ok = world->transform(worldPoints, outputSRS) && ok;
+        std::copy(worldPoints.begin(), worldPoints.end(), points);
+        return ok;
+    }
+    // Into a tangent plane: to world coordinates first.
+    if (this != world)
+    {
+        std::vector<osg::Vec3d> worldPoints(points, points + count);
+        ok = transform(worldPoints, world);
+        std::copy(worldPoints.begin(), worldPoints.end(), points);
+    }
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        ok = points[i].valid() && ok;
+        points[i] = points[i] * outputSRS->_worldToLocal;
+    }
+    return ok;
 }
 
 bool SpatialReference::transformWithProj(osg::Vec3d* points, std::size_t count, const SpatialReference* outputSRS) const

@@ -383,3 +383,66 @@ TEST(GeoPoint, InvalidPoints)
     EXPECT_EQ(none, GeoPoint::INVALID);
     EXPECT_NE(GeoPoint(SpatialReference::create("wgs84"), 1.0, 2.0), none);
 }
+
+TEST(SpatialReference, TangentPlaneIsTheEastNorthUpFrameOfItsPoint)
+{
+    const SpatialReference* enu = SpatialReference::create("ENU:39.99,116.39");
+    ASSERT_NE(enu, nullptr);
+    EXPECT_TRUE(enu->isTangentPlane());
+    EXPECT_TRUE(enu->isProjected());
+    EXPECT_EQ(enu, SpatialReference::create(" enu: 39.99 , 116.39 "));
+    EXPECT_NE(enu, SpatialReference::create("ENU:39.99,116.40"));
+    EXPECT_EQ(enu->getGeographicSRS(), SpatialReference::create("wgs84"));
+    EXPECT_EQ(enu->getGeocentricSRS(), SpatialReference::create("geocentric"));
+
+    // The origin is the ellipsoid point; 100 m up is 100 m over it.
+    const SpatialReference* wgs84 = SpatialReference::create("wgs84");
+    osg::Vec3d geo;
+    ASSERT_TRUE(enu->transform(osg::Vec3d(0, 0, 100), wgs84, geo));
+    expectNear(geo, osg::Vec3d(116.39, 39.99, 100), 1e-9);
+
+    // East is east and north is north: distances along the axes are kept.
+    osg::Vec3d origin, east, north;
+    ASSERT_TRUE(enu->transformToWorld(osg::Vec3d(0, 0, 0), origin));
+    ASSERT_TRUE(enu->transformToWorld(osg::Vec3d(250, 0, 0), east));
+    ASSERT_TRUE(enu->transformToWorld(osg::Vec3d(0, 250, 0), north));
+    EXPECT_NEAR((east - origin).length(), 250.0, 1e-6);
+    EXPECT_NEAR((north - origin).length(), 250.0, 1e-6);
+    osg::Vec3d eastGeo, northGeo;
+    ASSERT_TRUE(enu->transform(osg::Vec3d(250, 0, 0), wgs84, eastGeo));
+    ASSERT_TRUE(enu->transform(osg::Vec3d(0, 250, 0), wgs84, northGeo));
+    EXPECT_GT(eastGeo.x(), 116.39);
+    EXPECT_NEAR(eastGeo.y(), 39.99, 1e-6);
+    EXPECT_NEAR(northGeo.x(), 116.39, 1e-9);
+    EXPECT_GT(northGeo.y(), 39.99);
+
+    // Into another projected system and back, in both vector and point form.
+    const SpatialReference* gk = SpatialReference::create("epsg:4547");
+    std::vector<osg::Vec3d> points = {{0, 0, 0}, {120.5, -80.25, 42}, {-300, 310, 7}};
+    const std::vector<osg::Vec3d> original = points;
+    ASSERT_TRUE(enu->transform(points, gk));
+    for (std::size_t i = 0; i < points.size(); ++i)
+    {
+        osg::Vec3d single;
+        ASSERT_TRUE(enu->transform(original[i], gk, single));
+        expectNear(points[i], single, 1e-9);
+    }
+    ASSERT_TRUE(gk->transform(points, enu));
+    for (std::size_t i = 0; i < points.size(); ++i)
+        expectNear(points[i], original[i], 1e-6);
+
+    // One tangent plane into another.
+    const SpatialReference* other = SpatialReference::create("ENU:40.0,116.4");
+    osg::Vec3d there, back;
+    ASSERT_TRUE(enu->transform(osg::Vec3d(10, 20, 30), other, there));
+    ASSERT_TRUE(other->transform(there, enu, back));
+    expectNear(back, osg::Vec3d(10, 20, 30), 1e-6);
+    EXPECT_FALSE(enu->isEquivalentTo(other));
+    EXPECT_TRUE(enu->isEquivalentTo(enu));
+}
+
+TEST(SpatialReference, BadTangentPlanesAreRefused)
+{
+    for (const char* text : {"ENU:", "ENU:39.9", "ENU:abc,116", "ENU:95,116", "ENU:39.9,116x", "ENU:,116"})
+        EXPECT_EQ(SpatialReference::create(text), nullptr) << text;
+}
