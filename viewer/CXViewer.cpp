@@ -1,6 +1,8 @@
 // Construction, start-up and shut-down of the viewer object.
 #include <viewer/CXViewer>
 
+#include <oblique/ReadosgbCallback>
+
 #include <objects/CmdProcessEventHandler>
 
 #include <chrono>
@@ -42,6 +44,10 @@ void CXViewer::InitOSG()
     InitEventHandler();
     InitOsgEarth();
     addearthLabel();
+    // Every read of the process passes through this callback; it re-projects
+    // only the tiles read with options that carry it (oblique datasets).
+    readFileCallback = new ReadosgbCallback(mapNode.get(), 1);
+    osgDB::Registry::instance()->setReadFileCallback(readFileCallback.get());
 }
 
 void CXViewer::UnInitOSG()

@@ -6,6 +6,7 @@
 #include "TempDir.h"
 
 #include <objects/CObjManager>
+#include <oblique/ReadosgbCallback>
 
 #include <osgDB/FileNameUtils>
 #include <osgDB/ReadFile>
@@ -25,8 +26,9 @@ using OBJManage::CModel;
 namespace
 {
 
-// Counts the names the pager reads, by extension.
-class ReadRecorder : public osgDB::ReadFileCallback
+// Counts the names the pager reads, by extension. It is the viewer's own
+// read callback, which leaves every read without it in its options as read.
+class ReadRecorder : public ReadosgbCallback
 {
 public:
     osgDB::ReaderWriter::ReadResult readNode(const std::string& fileName, const osgDB::Options* options) override
@@ -36,7 +38,7 @@ public:
             std::lock_guard<std::mutex> lock(_mutex);
             ++_counts[extension];
         }
-        return osgDB::ReadFileCallback::readNode(fileName, options);
+        return ReadosgbCallback::readNode(fileName, options);
     }
 
     int count(const std::string& extension) const
@@ -67,11 +69,12 @@ protected:
         storePath = basePath + "/data/objects.db";
         ASSERT_TRUE(std::filesystem::is_regular_file(storePath))
             << "the sample has no object store: prepare it with scripts/prepare-data.sh";
-        recorder = new ReadRecorder;
-        osgDB::Registry::instance()->setReadFileCallback(recorder.get());
         SampleMapFixture::SetUp();
         if (HasFatalFailure())
             return;
+        // In the place of the one the viewer installed.
+        recorder = new ReadRecorder;
+        osgDB::Registry::instance()->setReadFileCallback(recorder.get());
         capture->setCaptureDepth(true);
         loadObjects(storePath);
     }
