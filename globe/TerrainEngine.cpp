@@ -193,6 +193,12 @@ osg::ref_ptr<osg::MatrixTransform> TerrainEngine::createTileModel(const TileKey&
     return builder ? builder->createTileModel(key) : nullptr;
 }
 
+double TerrainEngine::getSurfaceHeight(double lon, double lat, unsigned int* level) const
+{
+    osg::ref_ptr<detail::TerrainTileBuilder> builder = builderForCurrentMap();
+    return builder ? builder->surfaceHeight(lon, lat, level) : 0.0;
+}
+
 osg::ref_ptr<osg::Node> TerrainEngine::createTileNode(const TileKey& key) const
 {
     osg::ref_ptr<detail::TerrainTileBuilder> builder = builderForCurrentMap();

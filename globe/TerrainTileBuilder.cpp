@@ -134,6 +134,38 @@ bool TerrainTileBuilder::refines(const TileKey& key) const
     return false;
 }
 
+double TerrainTileBuilder::surfaceHeight(double lon, double lat, unsigned int* level) const
+{
+    TileKey key = TileKey::fromLonLat(lon, lat, 0);
+    while (refines(key))
+    {
+        const TileKey child = TileKey::fromLonLat(lon, lat, key.getLevelOfDetail() + 1);
+        if (!child.valid())
+            break;
+        key = child;
+    }
+    if (level)
+        *level = key.getLevelOfDetail();
+
+    // The grid of createTileModel() and its triangles (sw, se, ne) and
+    // (sw, ne, nw) of every cell.
+    const unsigned int n = gridPointsFor(key);
+    osg::ref_ptr<osg::HeightField> field = _map->createHeightField(key, n, n);
+    if (!field || field->getNumColumns() != n || field->getNumRows() != n)
+        return 0.0;
+    auto at = [&](unsigned int c, unsigned int r) {
+        const float h = field->getHeight(c, r);
+        return h != ElevationLayer::NO_DATA_VALUE && std::isfinite(h) ? double(h) : 0.0;
+    };
+    const double u = std::clamp((lon - key.west()) / key.getWidthDegrees() * (n - 1), 0.0, double(n - 1));
+    const double v = std::clamp((lat - key.south()) / key.getHeightDegrees() * (n - 1), 0.0, double(n - 1));
+    const unsigned int c = std::min(static_cast<unsigned int>(u), n - 2);
+    const unsigned int r = std::min(static_cast<unsigned int>(v), n - 2);
+    const double fx = u - c, fy = v - r;
+    const double sw = at(c, r), se = at(c + 1, r), nw = at(c, r + 1), ne = at(c + 1, r + 1);
+    return fx >= fy ? sw + fx * (se - sw) + fy * (ne - se) : sw + fy * (nw - sw) + fx * (ne - nw);
+}
+
 TerrainTileBuilder::~TerrainTileBuilder() = default;
 
 osg::ref_ptr<TerrainTileBuilder> TerrainTileBuilder::fromOptions(const osgDB::Options* options, bool* retired)

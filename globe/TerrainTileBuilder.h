@@ -131,6 +131,11 @@ public:
       * magnify the same data. A tile without children is never refined, so
       * the pager is never asked for tiles that add nothing. */
     bool refines(const TileKey& key) const;
+
+    /** The height at (lon, lat) of the ground as the finest tile there
+      * draws it: the tile's grid heights interpolated over its triangles.
+      * `level` receives that tile's level when given. */
+    double surfaceHeight(double lon, double lat, unsigned int* level = nullptr) const;
     /** The shallowest level whose grid sags at most a metre. */
     unsigned int getShapeLevel() const { return _shapeLevel; }
 

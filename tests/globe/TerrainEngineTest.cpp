@@ -868,3 +868,41 @@ TEST(TerrainEngine, ChildrenThatCannotBeBuiltAreAnsweredWithTheParentsOwnModel)
     EXPECT_FALSE(osgDB::Registry::instance()->readNode("99999.3_10_2.globe_terrain", options, false).validNode());
 }
 
+
+TEST(TerrainEngine, SurfaceHeightIsTheGroundTheFinestTileDraws)
+{
+    cxtest::TempDir dir;
+    osg::ref_ptr<Map> map = new Map;
+    map->addLayer(new ImageLayer("coarse", cxtest::mbtilesOptions(cxtest::writeQuadrants(dir.path()))));
+    osg::ref_ptr<ElevationLayer> dem = new ElevationLayer("slopes", cxtest::mbtilesOptions(makeSlopes(dir)));
+    map->addLayer(dem.get());
+    osg::ref_ptr<TerrainEngine> engine = new TerrainEngine(map.get());
+    const osg::EllipsoidModel& ellipsoid = *engine->getEllipsoidModel();
+
+    for (const auto& [lon, lat] : {std::pair{116.39, 39.91}, {116.4137, 39.9722}, {-70.3, -33.1}, {12.34, 56.78}})
+    {
+        unsigned int level = 0;
+        const double surface = engine->getSurfaceHeight(lon, lat, &level);
+        const TileKey key = TileKey::fromLonLat(lon, lat, level);
+        // The finest tile: not refined any further.
+        EXPECT_EQ(dynamic_cast<osg::PagedLOD*>(engine->createTileNode(key).get()), nullptr) << level;
+        ASSERT_TRUE(dynamic_cast<osg::PagedLOD*>(engine->createTileNode(key.createParentKey()).get()));
+
+        osg::ref_ptr<osg::MatrixTransform> model = engine->createTileModel(key);
+        osg::Vec3d top, bottom;
+        ellipsoid.convertLatLongHeightToXYZ(osg::DegreesToRadians(lat), osg::DegreesToRadians(lon), 20000.0, top.x(),
+                                            top.y(), top.z());
+        ellipsoid.convertLatLongHeightToXYZ(osg::DegreesToRadians(lat), osg::DegreesToRadians(lon), -1000.0,
+                                            bottom.x(), bottom.y(), bottom.z());
+        osg::ref_ptr<osgUtil::LineSegmentIntersector> picker = new osgUtil::LineSegmentIntersector(top, bottom);
+        osgUtil::IntersectionVisitor visitor(picker.get());
+        model->accept(visitor);
+        ASSERT_TRUE(picker->containsIntersections());
+        const Geodetic g = toGeodetic(ellipsoid, picker->getFirstIntersection().getWorldIntersectPoint());
+        // The flat triangles sag under the ellipsoid by at most a metre.
+        EXPECT_NEAR(surface, g.height, 1.0) << lon << ", " << lat << " level " << level;
+        EXPECT_LE(g.height, surface + 0.01) << lon << ", " << lat;
+    }
+    osg::ref_ptr<TerrainEngine> empty = new TerrainEngine;
+    EXPECT_EQ(empty->getSurfaceHeight(116.39, 39.91), 0.0);
+}
