@@ -10,6 +10,8 @@
 #                                        the models, four levels of detail each (cxsample)
 #   BASE/data/objects.csv                the objects, standing on the ground of dem.db (cxsample)
 #   BASE/data/objects.db                 the object store the viewer reads (cxstore build)
+#   BASE/oblique/                        an oblique photography dataset: metadata.xml and
+#                                        Data/Tile_*/ pyramids of paged .osgb tiles (cxsample)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
@@ -156,11 +158,11 @@ objects_csv="$base/data/objects.csv"
 objects_db="$base/data/objects.db"
 need_tool "$sampler"
 need_tool "$store"
-if up_to_date "$objects_csv" "$sampler" "$dem_db" && [[ -d "$base/models/buildings" ]]; then
-  say "up to date: $objects_csv and $base/models"
+if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]]; then
+  say "up to date: $objects_csv, $base/models and $base/oblique"
 else
-  say "making the scene objects: $base/models and $objects_csv"
-  "$sampler" "$base" --dem "$dem_db"
+  say "making the scene objects: $base/models, $base/oblique and $objects_csv"
+  "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 
 if up_to_date "$objects_db" "$objects_csv" "$store"; then

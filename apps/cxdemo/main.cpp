@@ -1,7 +1,7 @@
 // cxdemo: a small X11 host for the library. It makes its own window, hands it
 // to CXViewer, drives the frames, and can write the last frame to a PNG.
 //
-//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--frames N] [--snapshot FILE.png]
+//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N] [--snapshot FILE.png]
 //          [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
 
 #include "FrameCapture.h"
@@ -12,6 +12,7 @@
 
 #include <globe/EarthManipulator>
 #include <objects/CObjManager>
+#include <oblique/ObliqueDataset>
 
 #include <osgDB/WriteFile>
 
@@ -20,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -35,6 +37,7 @@ struct Options
     std::string basePath = CXDEMO_DEFAULT_DATA_DIR;
     std::string modelRoot;
     std::string store;
+    std::string oblique;
     long frames = -1; // until the window closes
     std::string snapshot;
     int width = 1280;
@@ -89,12 +92,14 @@ bool parseViewpoint(const char* text, Options& options)
 void usage(const char* program)
 {
     std::fprintf(stderr,
-                 "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--frames N] [--snapshot FILE.png]"
-                 " [--size WIDTHxHEIGHT]\n"
+                 "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N]\n"
+                 "          [--snapshot FILE.png] [--size WIDTHxHEIGHT]\n"
                  "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
                  "  --store       the object store (default: BASE/data/objects.db)\n"
+                 "  --oblique     an oblique photography dataset, a folder with metadata.xml and\n"
+                 "                Data/Tile_*/ (default: BASE/oblique, when it is there)\n"
                  "  --frames      number of frames to draw, then exit (default: until the window closes)\n"
                  "  --snapshot    write the last frame to this PNG file\n"
                  "  --size        window size (default 1280x720)\n"
@@ -133,6 +138,8 @@ bool parse(int argc, char** argv, Options& options)
             options.modelRoot = v;
         else if (arg == "--store" && (v = value("--store")))
             options.store = v;
+        else if (arg == "--oblique" && (v = value("--oblique")))
+            options.oblique = v;
         else if (arg == "--frames" && (v = value("--frames")))
         {
             char* end = nullptr;
@@ -223,6 +230,19 @@ int main(int argc, char** argv)
         viewer->getRoot()->addChild(viewer->getTerrain());
     std::printf("cxdemo: %zu enterprises from %s\n", OBJManage::GetObjManager()->enterpriseMap.size(),
                 options.store.c_str());
+
+    // The oblique photography dataset, re-projected onto the globe as its
+    // tiles load. The sample's is loaded when it is there.
+    const std::string obliqueFolder = options.oblique.empty() ? options.basePath + "/oblique" : options.oblique;
+    if (!options.oblique.empty() || std::filesystem::is_regular_file(obliqueFolder + "/metadata.xml"))
+    {
+        std::string message;
+        if (osg::MatrixTransform* oblique = ObliqueDataset::addToViewer(viewer.get(), obliqueFolder, message))
+            std::printf("cxdemo: oblique dataset %s, %u root tiles%s%s\n", obliqueFolder.c_str(),
+                        oblique->getNumChildren(), message.empty() ? "" : "; ", message.c_str());
+        else
+            std::fprintf(stderr, "cxdemo: no oblique dataset: %s\n", message.c_str());
+    }
 
     osg::ref_ptr<cxhost::FrameCapture> capture;
     if (!options.snapshot.empty())

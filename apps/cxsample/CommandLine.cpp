@@ -39,7 +39,7 @@ std::uint64_t parseSeed(const std::string& text)
 
 std::string usageText(const std::string& program)
 {
-    return "Usage: " + program + " OUTDIR [--dem DEM.db] [--seed N] [--quiet]\n"
+    return "Usage: " + program + " OUTDIR [--dem DEM.db [--image IMG.db]] [--seed N] [--quiet]\n"
            "\n"
            "Writes the sample scene objects around Beijing (116.30-116.48 E, 39.86-39.96 N):\n"
            "  OUTDIR/models/buildings/  a few hundred buildings of some thirty designs\n"
@@ -47,6 +47,9 @@ std::string usageText(const std::string& program)
            "  OUTDIR/models/pipes/      water, gas and heat mains along the streets\n"
            "  OUTDIR/data/objects.csv   the objects, for `cxstore build`: enterprise 1 buildings (type 0),\n"
            "                            2 the terrain (type 1), 3 the pipes (type 2)\n"
+           "  OUTDIR/oblique/           an oblique photography dataset of 64 blocks north of the city\n"
+           "                            (116.391 E, 39.985 N): metadata.xml (EPSG:4547 and an origin)\n"
+           "                            and Data/Tile_*/ pyramids of paged, textured tiles (.osgb)\n"
            "Every model comes in four levels of detail, NAME_fine, NAME_middle, NAME_crude and\n"
            "NAME_crude2.osgb; the table names the crude file relative to OUTDIR/models/, the\n"
            "viewer's model root.\n"
@@ -54,6 +57,8 @@ std::string usageText(const std::string& program)
            "Options:\n"
            "  --dem DEM.db   ground heights from this elevation MBTiles file (as `cxtiler elevation`\n"
            "                 writes it); without it every object stands at height 0\n"
+           "  --image IMG.db the imagery the globe shows with DEM.db; with it the oblique dataset's\n"
+           "                 ground lies on the terrain exactly as the globe draws it up close\n"
            "  --seed N       another city from another seed (default " + std::to_string(kDefaultSeed) + ");\n"
            "                 the same seed gives the same files\n"
            "  --quiet, -q    no progress lines\n"
@@ -81,13 +86,15 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
             }
             if (arg == "--quiet" || arg == "-q")
                 quiet = true;
-            else if (arg == "--dem" || arg == "--seed")
+            else if (arg == "--dem" || arg == "--seed" || arg == "--image")
             {
                 if (i + 1 >= args.size())
                     throw UsageError(arg + " needs a value");
                 const std::string& value = args[++i];
                 if (arg == "--dem")
                     options.demPath = value;
+                else if (arg == "--image")
+                    options.imagePath = value;
                 else
                     options.seed = parseSeed(value);
             }

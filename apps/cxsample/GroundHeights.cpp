@@ -3,6 +3,9 @@
 #include "Error.h"
 
 #include <globe/ElevationLayer>
+#include <globe/ImageLayer>
+#include <globe/Map>
+#include <globe/TerrainEngine>
 #include <globe/MBTilesOptions>
 
 #include <filesystem>
@@ -33,6 +36,37 @@ double GroundHeights::at(double lon, double lat) const
     if (!_layer.valid() || !_layer->getHeight(lon, lat, height))
         return 0.0;
     return height;
+}
+
+void GroundHeights::setImagery(const std::string& imagePath)
+{
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(imagePath, error))
+        throw Error("no imagery file " + imagePath);
+    globe::MBTilesOptions options;
+    options.setDriver("mbtiles");
+    options.filename() = imagePath;
+    osg::ref_ptr<globe::ImageLayer> imagery = new globe::ImageLayer("imagery", options);
+    if (!imagery->open())
+        throw Error("cannot read the imagery file " + imagePath + ": " + imagery->getStatusMessage());
+    _imagery = imagery;
+    _terrain = nullptr;
+}
+
+double GroundHeights::surfaceAt(double lon, double lat) const
+{
+    if (!_layer.valid())
+        return 0.0;
+    if (!_terrain.valid())
+    {
+        // The map the viewer makes: the imagery under the heights.
+        osg::ref_ptr<globe::Map> map = new globe::Map;
+        if (_imagery.valid())
+            map->addLayer(_imagery.get());
+        map->addLayer(_layer.get());
+        _terrain = new globe::TerrainEngine(map.get());
+    }
+    return _terrain->getSurfaceHeight(lon, lat);
 }
 
 } // namespace cxsample

@@ -4,6 +4,7 @@
 #include "Error.h"
 #include "GroundHeights.h"
 #include "ObjectsCsv.h"
+#include "ObliqueSample.h"
 
 #include <algorithm>
 #include <cmath>
@@ -116,7 +117,9 @@ GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* p
                   << std::flush;
 
     // Heights first: a bad elevation file should stop the run before it writes.
-    const GroundHeights ground(options.demPath);
+    GroundHeights ground(options.demPath);
+    if (!options.imagePath.empty())
+        ground.setImagery(options.imagePath);
     if (progress)
         *progress << (ground.hasSource() ? "ground heights from " + options.demPath
                                          : std::string("no elevation file: ground heights 0"))
@@ -177,6 +180,16 @@ GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* p
         row.heading = object.heading;
         rows.push_back(row);
     }
+
+    // The oblique dataset before the table: the table's date stands for all.
+    const ObliqueSummary oblique = writeObliqueSample(
+        options.outputDir, options.seed, [&ground](double lon, double lat) { return ground.surfaceAt(lon, lat); }, progress);
+    summary.obliqueFolder = oblique.folder;
+    if (progress)
+        *progress << "wrote " << oblique.folder << ": " << oblique.tiles << " tiles, " << oblique.files << " files ("
+                  << megabytes(oblique.bytes) << ")\n"
+                  << std::flush;
+
     writeObjectsCsv(csvPath.string(), rows);
 
     summary.modelFiles = writer.files();

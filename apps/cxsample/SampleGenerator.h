@@ -4,6 +4,8 @@
 //   OUT/models/pipes/<stem>_{fine,middle,crude,crude2}.osgb
 //   OUT/data/objects.csv   the objects, each naming its crude file relative to
 //                          OUT/models/ (the viewer's model root)
+//   OUT/oblique/           an oblique photography dataset of a few blocks
+//                          (metadata.xml, Data/Tile_*/*.osgb; ObliqueSample.h)
 // The same seed gives the same files, byte for byte.
 #ifndef CXSAMPLE_SAMPLEGENERATOR_H
 #define CXSAMPLE_SAMPLEGENERATOR_H
@@ -26,6 +28,9 @@ struct GeneratorOptions
     std::string outputDir;
     /** Elevation MBTiles for the ground heights; empty: heights 0. */
     std::string demPath;
+    /** The imagery shown with it, which decides how deep the globe's terrain
+     *  goes and so the ground the oblique dataset lies on; may be empty. */
+    std::string imagePath;
     std::uint64_t seed = kDefaultSeed;
 };
 
@@ -39,6 +44,7 @@ struct GeneratorSummary
     std::uint64_t modelBytes = 0;
     std::string csvPath;
     std::string modelsDir;
+    std::string obliqueFolder;
 };
 
 /** Plans and writes the sample, with progress lines on `progress` (none when
