@@ -12,8 +12,10 @@
 #include <osg/PagedLOD>
 #include <osgDB/FileNameUtils>
 #include <osgDB/ReadFile>
+#include <osgDB/Registry>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <map>
 #include <mutex>
@@ -90,6 +92,7 @@ protected:
         std::string message;
         dataset = ObliqueDataset::open(folder, message);
         ASSERT_TRUE(dataset.valid()) << message;
+        installed = viewer->readFileCallback;
         counter = new CountingCallback;
         viewer->readFileCallback = counter;
         node = ObliqueDataset::addToViewer(viewer.get(), folder, message);
@@ -121,9 +124,23 @@ protected:
 
     std::string folder;
     osg::ref_ptr<ObliqueDataset> dataset;
+    osg::ref_ptr<osgDB::ReadFileCallback> installed; // by InitOSG
     osg::ref_ptr<CountingCallback> counter;
     osg::MatrixTransform* node = nullptr;
 };
+
+TEST_F(SampleOblique, InitOSGInstalledTheCallbackInTheRegistry)
+{
+    auto* callback = dynamic_cast<ReadosgbCallback*>(installed.get());
+    ASSERT_NE(callback, nullptr);
+    EXPECT_EQ(osgDB::Registry::instance()->getReadFileCallback(), callback);
+    EXPECT_EQ(callback->mapNode, viewer->mapNode.get());
+    // The terrain, read through it without it in its options, still draws.
+    ASSERT_TRUE(settle());
+    double lon, lat, height;
+    pickCentre(lon, lat, height);
+    EXPECT_TRUE(std::isfinite(height));
+}
 
 TEST_F(SampleOblique, LandsWhereItsMetadataSays)
 {
