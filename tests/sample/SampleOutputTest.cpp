@@ -6,6 +6,12 @@
 #include "TempDir.h"
 
 #include <gtest/gtest.h>
+#include "GroundHeights.h"
+
+#include <globe/SpatialReference>
+#include <oblique/ObliqueDataset>
+
+#include <osg/PagedLOD>
 #include <osgDB/ReadFile>
 
 #include <algorithm>
@@ -395,12 +401,116 @@ TEST_F(SampleOutput, PipesRunAlongTheStreetsAboveTheGround)
 
 TEST_F(SampleOutput, SampleIsSmallOnDisk)
 {
-    std::uintmax_t bytes = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(_out))
-        if (entry.is_regular_file())
-            bytes += entry.file_size();
-    EXPECT_LT(bytes, 4u * 1024u * 1024u);
-    EXPECT_GT(bytes, 200u * 1024u);
+    auto bytesUnder = [](const fs::path& folder) {
+        std::uintmax_t bytes = 0;
+        for (const auto& entry : fs::recursive_directory_iterator(folder))
+            if (entry.is_regular_file())
+                bytes += entry.file_size();
+        return bytes;
+    };
+    const std::uintmax_t objects = bytesUnder(_out / "models") + bytesUnder(_out / "data");
+    EXPECT_LT(objects, 4u * 1024u * 1024u);
+    EXPECT_GT(objects, 200u * 1024u);
+    const std::uintmax_t oblique = bytesUnder(_out / "oblique");
+    EXPECT_LT(oblique, 10u * 1024u * 1024u);
+    EXPECT_GT(oblique, 1024u * 1024u);
+}
+
+namespace
+{
+
+bool textured(const osg::Drawable& drawable)
+{
+    const osg::StateSet* state = drawable.getStateSet();
+    return state && state->getTextureAttribute(0, osg::StateAttribute::TEXTURE)
+           && drawable.asGeometry()->getTexCoordArray(0);
+}
+
+/** A paged node as the dataset writes them: a textured coarse geode shown
+ *  until the node is large on screen, then the named finer file. */
+void expectPagedRegion(const osg::Node* node, const std::string& finer)
+{
+    auto* plod = dynamic_cast<const osg::PagedLOD*>(node);
+    ASSERT_NE(plod, nullptr);
+    EXPECT_EQ(plod->getRangeMode(), osg::LOD::PIXEL_SIZE_ON_SCREEN);
+    EXPECT_EQ(plod->getCenterMode(), osg::LOD::USER_DEFINED_CENTER);
+    EXPECT_GT(plod->getRadius(), 40.0f);
+    ASSERT_EQ(plod->getNumChildren(), 1u);
+    const osg::Geode* geode = plod->getChild(0)->asGeode();
+    ASSERT_NE(geode, nullptr);
+    ASSERT_GE(geode->getNumDrawables(), 1u);
+    EXPECT_TRUE(textured(*geode->getDrawable(0)));
+    ASSERT_EQ(plod->getNumFileNames(), 2u);
+    EXPECT_EQ(plod->getFileName(1), finer);
+    EXPECT_LT(plod->getMaxRange(0), plod->getMaxRange(1));
+    EXPECT_EQ(plod->getMaxRange(0), plod->getMinRange(1));
+}
+
+} // namespace
+
+TEST_F(SampleOutput, TheObliqueDatasetIsAPyramidOfThreePagedLevels)
+{
+    std::string message;
+    osg::ref_ptr<ObliqueDataset> dataset = ObliqueDataset::open((_out / "oblique").string(), message);
+    ASSERT_TRUE(dataset.valid()) << message;
+    EXPECT_EQ(dataset->getSRSText(), "EPSG:4547");
+    ASSERT_EQ(dataset->getRootTiles().size(), 4u);
+    EXPECT_GT(dataset->getOrigin().x(), 500000.0); // east of the central meridian 114 E
+    EXPECT_GT(dataset->getOrigin().y(), 4400000.0);
+
+    const fs::path folder = fs::path(dataset->getRootTiles().front()).parent_path();
+    const std::string tile = folder.filename().string();
+    osg::ref_ptr<osg::Node> root = osgDB::readNodeFile(dataset->getRootTiles().front());
+    expectPagedRegion(root.get(), tile + "_L1.osgb");
+
+    osg::ref_ptr<osg::Node> level1 = osgDB::readNodeFile((folder / (tile + "_L1.osgb")).string());
+    ASSERT_TRUE(level1.valid() && level1->asGroup());
+    ASSERT_EQ(level1->asGroup()->getNumChildren(), 4u);
+    for (unsigned int q = 0; q < 4; ++q)
+    {
+        const std::string quadrant = tile + "_L2_" + std::to_string(q) + ".osgb";
+        expectPagedRegion(level1->asGroup()->getChild(q), quadrant);
+        osg::ref_ptr<osg::Node> level2 = osgDB::readNodeFile((folder / quadrant).string());
+        ASSERT_TRUE(level2.valid() && level2->asGroup()) << quadrant;
+        ASSERT_EQ(level2->asGroup()->getNumChildren(), 4u);
+        for (unsigned int b = 0; b < 4; ++b)
+        {
+            const std::string block = tile + "_L3_" + std::to_string(q) + std::to_string(b) + ".osgb";
+            expectPagedRegion(level2->asGroup()->getChild(b), block);
+            osg::ref_ptr<osg::Node> leaf = osgDB::readNodeFile((folder / block).string());
+            ASSERT_TRUE(leaf.valid()) << block;
+            const osg::Geode* geode = leaf->asGeode();
+            ASSERT_NE(geode, nullptr) << block; // a lone geode, re-projected whole
+            for (unsigned int d = 0; d < geode->getNumDrawables(); ++d)
+                EXPECT_TRUE(textured(*geode->getDrawable(d))) << block;
+        }
+    }
+}
+
+TEST_F(SampleOutput, TheObliqueGroundLiesOnTheTerrainAsTheGlobeDrawsIt)
+{
+    std::string message;
+    osg::ref_ptr<ObliqueDataset> dataset = ObliqueDataset::open((_out / "oblique").string(), message);
+    ASSERT_TRUE(dataset.valid()) << message;
+    const cxsample::GroundHeights ground(_dem);
+    const globe::SpatialReference* wgs84 = globe::SpatialReference::create("wgs84");
+
+    // The ground grid of a finest block: the first vertices of its surface.
+    const fs::path folder = fs::path(dataset->getRootTiles().back()).parent_path();
+    osg::ref_ptr<osg::Node> leaf = osgDB::readNodeFile((folder / (folder.filename().string() + "_L3_12.osgb")).string());
+    ASSERT_TRUE(leaf.valid() && leaf->asGeode());
+    const auto* vertices =
+        dynamic_cast<const osg::Vec3Array*>(leaf->asGeode()->getDrawable(0)->asGeometry()->getVertexArray());
+    ASSERT_NE(vertices, nullptr);
+    ASSERT_GE(vertices->size(), 81u);
+    for (std::size_t i = 0; i < 81; ++i)
+    {
+        const osg::Vec3d local = (*vertices)[i];
+        osg::Vec3d geographic;
+        ASSERT_TRUE(dataset->getSRS()->transform(dataset->getOrigin() + local, wgs84, geographic));
+        const double surface = ground.surfaceAt(geographic.x(), geographic.y());
+        EXPECT_NEAR(dataset->getOrigin().z() + local.z(), surface + 1.0, 0.05) << i;
+    }
 }
 
 TEST_F(SampleOutput, SameSeedGivesTheSameFiles)
