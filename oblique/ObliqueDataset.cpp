@@ -15,6 +15,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 namespace
@@ -77,6 +78,21 @@ std::string folderName(const std::string& folder)
     if (path.filename().empty())
         path = path.parent_path();
     return path.filename().string();
+}
+
+// Whether the file starts as OpenSceneGraph binary files do. Files that do
+// not are left unread: the plugin would fail on them anyway, and does not
+// free the options it made for the read when it does.
+bool hasBinaryHeader(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    unsigned char header[8] = {};
+    if (!in.read(reinterpret_cast<char*>(header), sizeof(header)))
+        return false;
+    // Written on a little- or a big-endian machine.
+    static const unsigned char kLittle[8] = {0xA1, 0x0E, 0x91, 0x6C, 0x45, 0x45, 0xFB, 0x1A};
+    static const unsigned char kBig[8] = {0x6C, 0x91, 0x0E, 0xA1, 0x1A, 0xFB, 0x45, 0x45};
+    return std::equal(header, header + 8, kLittle) || std::equal(header, header + 8, kBig);
 }
 
 const globe::SpatialReference* mapSRSOf(CXViewer* viewer)
@@ -205,7 +221,8 @@ osg::ref_ptr<osg::MatrixTransform> ObliqueDataset::createNode(const globe::Spati
     std::vector<std::string> failed;
     for (const std::string& tile : _rootTiles)
     {
-        osg::ref_ptr<osg::Node> root = osgDB::readRefNodeFile(tile, options.get());
+        osg::ref_ptr<osg::Node> root =
+            hasBinaryHeader(tile) ? osgDB::readRefNodeFile(tile, options.get()) : osg::ref_ptr<osg::Node>();
         if (root)
             node->addChild(root.get());
         else
