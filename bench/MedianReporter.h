@@ -62,4 +62,16 @@ inline char** initializeInterleaved(int* argc, char** argv)
     return args.data();
 }
 
+/** Runs the benchmarks of the program, interleaved, into `reporter`.
+  * False (after saying so) on arguments Google Benchmark does not know. */
+inline bool runInterleaved(int argc, char** argv, MedianReporter& reporter)
+{
+    argv = initializeInterleaved(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return false;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return true;
+}
+
 } // namespace cxbench

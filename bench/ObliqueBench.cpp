@@ -9,6 +9,7 @@
 #include <oblique/ReadosgbCallback>
 
 #include "MedianReporter.h"
+#include "ProjBaseline.h"
 
 #include <osg/Geode>
 #include <osg/Geometry>
@@ -17,7 +18,6 @@
 #include <osgDB/WriteFile>
 
 #include <benchmark/benchmark.h>
-#include <proj.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -86,10 +86,7 @@ std::vector<osg::Vec3d> pristinePoints()
 
 void BM_ProjTransGeneric(benchmark::State& state)
 {
-    PJ_CONTEXT* ctx = proj_context_create();
-    PJ* raw = proj_create_crs_to_crs(ctx, "EPSG:4547", "EPSG:4978", nullptr);
-    PJ* op = proj_normalize_for_visualization(ctx, raw);
-    proj_destroy(raw);
+    const cxbench::ProjBaseline proj("EPSG:4547", "EPSG:4978");
     const std::vector<osg::Vec3d> pristine = pristinePoints();
     std::vector<osg::Vec3d> points;
     for (auto _ : state)
@@ -97,15 +94,10 @@ void BM_ProjTransGeneric(benchmark::State& state)
         state.PauseTiming();
         points = pristine;
         state.ResumeTiming();
-        double* base = points.front().ptr();
-        const std::size_t stride = sizeof(osg::Vec3d);
-        proj_trans_generic(op, PJ_FWD, base, stride, points.size(), base + 1, stride, points.size(), base + 2, stride,
-                           points.size(), nullptr, 0, 0);
+        proj.transform(points);
         benchmark::DoNotOptimize(points.data());
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kVertices));
-    proj_destroy(op);
-    proj_context_destroy(ctx);
 }
 
 void BM_CallbackFitsTheTile(benchmark::State& state)
@@ -177,12 +169,9 @@ BENCHMARK(BM_CallbackReadsTheTile)->Unit(benchmark::kMillisecond)->Repetitions(9
 
 int main(int argc, char** argv)
 {
-    argv = cxbench::initializeInterleaved(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     cxbench::MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    if (!cxbench::runInterleaved(argc, argv, reporter))
+        return 1;
     std::error_code ignored;
     std::filesystem::remove(tilePath(), ignored);
 

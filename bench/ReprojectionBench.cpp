@@ -7,9 +7,9 @@
 #include <globe/SpatialReference>
 
 #include "MedianReporter.h"
+#include "ProjBaseline.h"
 
 #include <benchmark/benchmark.h>
-#include <proj.h>
 
 #include <cstdio>
 #include <string>
@@ -41,23 +41,15 @@ const std::vector<osg::Vec3d>& pristinePoints()
 
 void BM_ProjTransGeneric(benchmark::State& state)
 {
-    PJ_CONTEXT* ctx = proj_context_create();
-    PJ* raw = proj_create_crs_to_crs(ctx, "EPSG:4547", "EPSG:4978", nullptr);
-    PJ* op = proj_normalize_for_visualization(ctx, raw);
-    proj_destroy(raw);
+    const cxbench::ProjBaseline proj("EPSG:4547", "EPSG:4978");
     std::vector<osg::Vec3d> points;
     for (auto _ : state)
     {
         points = pristinePoints();
-        double* base = points.front().ptr();
-        const std::size_t stride = sizeof(osg::Vec3d);
-        proj_trans_generic(op, PJ_FWD, base, stride, kPoints, base + 1, stride, kPoints, base + 2, stride, kPoints,
-                           nullptr, 0, 0);
+        proj.transform(points);
         benchmark::DoNotOptimize(points.data());
     }
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * kPoints));
-    proj_destroy(op);
-    proj_context_destroy(ctx);
 }
 
 void BM_SpatialReferenceTransform(benchmark::State& state)
@@ -86,12 +78,9 @@ BENCHMARK(BM_SpatialReferenceTransform)->Unit(benchmark::kMillisecond)->Repetiti
 
 int main(int argc, char** argv)
 {
-    argv = cxbench::initializeInterleaved(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
     cxbench::MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    if (!cxbench::runInterleaved(argc, argv, reporter))
+        return 1;
 
     const double proj = reporter.median("BM_ProjTransGeneric");
     const double ours = reporter.median("BM_SpatialReferenceTransform");

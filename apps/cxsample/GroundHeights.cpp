@@ -13,19 +13,32 @@
 namespace cxsample
 {
 
-GroundHeights::GroundHeights(const std::string& demPath)
+namespace
 {
-    if (demPath.empty())
-        return;
+
+// The layer of an MBTiles file, open; throws Error naming the file as `what`
+// ("elevation", "imagery") when it is missing or cannot be read.
+template <class Layer>
+osg::ref_ptr<Layer> openLayer(const std::string& path, const std::string& what)
+{
     std::error_code error;
-    if (!std::filesystem::is_regular_file(demPath, error))
-        throw Error("no elevation file " + demPath);
+    if (!std::filesystem::is_regular_file(path, error))
+        throw Error("no " + what + " file " + path);
     globe::MBTilesOptions options;
     options.setDriver("mbtiles");
-    options.filename() = demPath;
-    _layer = new globe::ElevationLayer("ground", options);
-    if (!_layer->open())
-        throw Error("cannot read the elevation file " + demPath + ": " + _layer->getStatusMessage());
+    options.filename() = path;
+    osg::ref_ptr<Layer> layer = new Layer(what, options);
+    if (!layer->open())
+        throw Error("cannot read the " + what + " file " + path + ": " + layer->getStatusMessage());
+    return layer;
+}
+
+} // namespace
+
+GroundHeights::GroundHeights(const std::string& demPath)
+{
+    if (!demPath.empty())
+        _layer = openLayer<globe::ElevationLayer>(demPath, "elevation");
 }
 
 GroundHeights::~GroundHeights() = default;
@@ -40,16 +53,7 @@ double GroundHeights::at(double lon, double lat) const
 
 void GroundHeights::setImagery(const std::string& imagePath)
 {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(imagePath, error))
-        throw Error("no imagery file " + imagePath);
-    globe::MBTilesOptions options;
-    options.setDriver("mbtiles");
-    options.filename() = imagePath;
-    osg::ref_ptr<globe::ImageLayer> imagery = new globe::ImageLayer("imagery", options);
-    if (!imagery->open())
-        throw Error("cannot read the imagery file " + imagePath + ": " + imagery->getStatusMessage());
-    _imagery = imagery;
+    _imagery = openLayer<globe::ImageLayer>(imagePath, "imagery");
     _terrain = nullptr;
 }
 
