@@ -13,6 +13,7 @@
 #include <osg/Geode>
 #include <osg/Group>
 #include <osg/PagedLOD>
+#include <osg/Texture>
 
 #include <algorithm>
 #include <cmath>
@@ -335,7 +336,13 @@ osg::ref_ptr<osg::Geode> regionMesh(const Site& site, const Region& region, cons
     osg::ref_ptr<osg::Geode> geode = new osg::Geode;
     geode->setName(name);
     osg::ref_ptr<osg::Geometry> ground = surface.build(name + "_surface", true);
-    ground->setStateSet(textureState(orthoImage.get()));
+    // The orthophoto covers the region exactly: clamped, so that its edges do
+    // not blend with the opposite side into a seam between regions.
+    osg::ref_ptr<osg::StateSet> orthoState = textureState(orthoImage.get());
+    auto* orthoTexture = static_cast<osg::Texture*>(orthoState->getTextureAttribute(0, osg::StateAttribute::TEXTURE));
+    orthoTexture->setWrap(osg::Texture::WRAP_S, osg::Texture::CLAMP_TO_EDGE);
+    orthoTexture->setWrap(osg::Texture::WRAP_T, osg::Texture::CLAMP_TO_EDGE);
+    ground->setStateSet(orthoState.get());
     geode->addDrawable(ground);
     if (!walls.empty())
     {
