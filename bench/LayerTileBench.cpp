@@ -142,13 +142,12 @@ BENCHMARK(BM_LayerTileDefaultCache)->Unit(benchmark::kMicrosecond)->Repetitions(
 
 int main(int argc, char** argv)
 {
-    argv = cxbench::initializeInterleaved(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    data(); // made before timing
     cxbench::MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    const bool ran = cxbench::runInterleaved(argc, argv, reporter, [] {
+        data(); // made before timing
+    });
+    if (!ran)
+        return 1;
 
     const double decode = reporter.median("BM_DecodeOneJpegAndOneHeightTile");
     const double cold = reporter.median("BM_LayerTileColdImagery");

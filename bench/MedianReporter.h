@@ -7,6 +7,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -62,13 +63,17 @@ inline char** initializeInterleaved(int* argc, char** argv)
     return args.data();
 }
 
-/** Runs the benchmarks of the program, interleaved, into `reporter`.
-  * False (after saying so) on arguments Google Benchmark does not know. */
-inline bool runInterleaved(int argc, char** argv, MedianReporter& reporter)
+/** Runs the benchmarks of the program, interleaved, into `reporter`, after
+  * `prepare` (the data made before timing, once the arguments are known to
+  * be good). False (after saying so) on arguments Google Benchmark does not
+  * know. */
+inline bool runInterleaved(int argc, char** argv, MedianReporter& reporter, const std::function<void()>& prepare = {})
 {
     argv = initializeInterleaved(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return false;
+    if (prepare)
+        prepare();
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return true;

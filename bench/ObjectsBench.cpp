@@ -207,14 +207,13 @@ BENCHMARK(BM_GetObjOverOneHundredThousandModels)
 
 int main(int argc, char** argv)
 {
-    argv = cxbench::initializeInterleaved(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    data(); // made before timing
-    loadedScene();
     cxbench::MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    const bool ran = cxbench::runInterleaved(argc, argv, reporter, [] {
+        data(); // made before timing
+        loadedScene();
+    });
+    if (!ran)
+        return 1;
 
     const double built = reporter.median("BM_QtnNodeBuildsItsModels");
     const double selected = reporter.median("BM_RawSqliteSelectsOfTheSameRows");

@@ -164,13 +164,12 @@ BENCHMARK(BM_RawSqliteInserts)->Unit(benchmark::kMillisecond)->UseRealTime()->It
 
 int main(int argc, char** argv)
 {
-    argv = cxbench::initializeInterleaved(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    data(); // made before timing
     cxbench::MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    const bool ran = cxbench::runInterleaved(argc, argv, reporter, [] {
+        data(); // made before timing
+    });
+    if (!ran)
+        return 1;
 
     const double build = reporter.median("BM_CxstoreBuild");
     const double raw = reporter.median("BM_RawSqliteInserts");

@@ -208,14 +208,13 @@ BENCHMARK(BM_GdalReadsTheSourcePixelsAlone)->Unit(benchmark::kMillisecond)->Repe
 
 int main(int argc, char** argv)
 {
-    argv = cxbench::initializeInterleaved(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    setenv("GDAL_NUM_THREADS", "1", 1); // one core, as the tool's default
-    data(); // made before timing
     cxbench::MedianReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
+    const bool ran = cxbench::runInterleaved(argc, argv, reporter, [] {
+        setenv("GDAL_NUM_THREADS", "1", 1); // one core, as the tool's default
+        data(); // made before timing
+    });
+    if (!ran)
+        return 1;
 
     const double pyramid = reporter.median("BM_ImageryPyramidFromGeoTiff");
     const double encode = reporter.median("BM_EncodeTheSameTilesAlone");
