@@ -59,12 +59,10 @@ struct Building
     /** Whether (x, y) on the ground lies in the shadow of the building. */
     bool shadows(double x, double y) const
     {
-        const double length = height;
-        double low = 0.0, high = length;
-        low = std::max(low, (x - x1) / kShadow.x());
-        high = std::min(high, (x - x0) / kShadow.x());
-        low = std::max(low, (y - y1) / kShadow.y());
-        high = std::min(high, (y - y0) / kShadow.y());
+        // Some height t in [0, height] whose shadow offset t * kShadow takes
+        // the point back into the footprint.
+        const double low = std::max({0.0, (x - x1) / kShadow.x(), (y - y1) / kShadow.y()});
+        const double high = std::min({height, (x - x0) / kShadow.x(), (y - y0) / kShadow.y()});
         return low <= high;
     }
 };
