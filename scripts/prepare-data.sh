@@ -12,6 +12,8 @@
 #   BASE/data/objects.db                 the object store the viewer reads (cxstore build)
 #   BASE/oblique/                        an oblique photography dataset: metadata.xml and
 #                                        Data/Tile_*/ pyramids of paged .osgb tiles (cxsample)
+#   BASE/icon/Compass.PNG, BASE/icon/plate.PNG, BASE/myselftest/data/mapscale.png
+#                                        the pictures of the heads-up display (cxsample)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
@@ -158,10 +160,13 @@ objects_csv="$base/data/objects.csv"
 objects_db="$base/data/objects.db"
 need_tool "$sampler"
 need_tool "$store"
-if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]]; then
-  say "up to date: $objects_csv, $base/models and $base/oblique"
+hud_images=("$base/icon/Compass.PNG" "$base/icon/plate.PNG" "$base/myselftest/data/mapscale.png")
+all_files() { local f; for f in "$@"; do [[ -f "$f" ]] || return 1; done; }
+if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]] \
+   && all_files "${hud_images[@]}"; then
+  say "up to date: $objects_csv, $base/models, $base/oblique and the HUD pictures"
 else
-  say "making the scene objects: $base/models, $base/oblique and $objects_csv"
+  say "making the scene objects and the HUD pictures: $base/models, $base/oblique, $base/icon and $objects_csv"
   "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 

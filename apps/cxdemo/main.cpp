@@ -3,8 +3,10 @@
 //
 //   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--pointcloud FILE] [--frames N]
 //          [--snapshot FILE.png] [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
+//          [--labels]
 
 #include "FrameCapture.h"
+#include "LabelKeys.h"
 #include "ProcessMemory.h"
 #include "X11HostWindow.h"
 
@@ -49,6 +51,8 @@ struct Options
     double longitude = 0.0, latitude = 0.0, range = 0.0, heading = 0.0, pitch = -90.0;
     /** Stop once the flights have landed and the pager is idle. */
     bool settle = false;
+    /** Show the region labels from the start. */
+    bool labels = false;
 };
 
 // How long the flight to --viewpoint takes.
@@ -97,6 +101,7 @@ void usage(const char* program)
                  "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N]\n"
                  "          [--snapshot FILE.png] [--size WIDTHxHEIGHT]\n"
                  "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle] [--pointcloud FILE]\n"
+                 "          [--labels]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
                  "  --store       the object store (default: BASE/data/objects.db)\n"
@@ -112,8 +117,9 @@ void usage(const char* program)
                  "                in degrees (default 0,-90: north up, looking straight down)\n"
                  "  --settle      exit once the flights have landed and every tile of the view is in\n"
                  "                (at the latest after --frames)\n"
+                 "  --labels      show the region labels from the start (the key n shows and hides them)\n"
                  "mouse: left drag pans, middle drag rotates, right drag or wheel zooms; arrow keys pan;\n"
-                 "space flies home\n",
+                 "space flies home; n shows or hides the region labels\n",
                  program, CXDEMO_DEFAULT_DATA_DIR);
 }
 
@@ -168,6 +174,8 @@ bool parse(int argc, char** argv, Options& options)
         }
         else if (arg == "--settle")
             options.settle = true;
+        else if (arg == "--labels")
+            options.labels = true;
         else if (arg == "--size" && (v = value("--size")))
         {
             if (std::sscanf(v, "%dx%d", &options.width, &options.height) != 2 || options.width < 1 ||
@@ -227,6 +235,13 @@ int main(int argc, char** argv)
         viewer->UnInitOSG();
         return 1;
     }
+
+    // The heads-up display (position under the mouse, scale bar, compass),
+    // and the key for the region labels.
+    viewer->addViewPointLable();
+    osg::ref_ptr<cxdemo::LabelKeys> labelKeys = new cxdemo::LabelKeys(viewer->earthLabelGroup.get());
+    labelKeys->setShown(options.labels);
+    viewer->getViewer()->addEventHandler(labelKeys.get());
 
     // The scene objects: buildings, terrain models and pipes of the store,
     // paged by their quadtrees. The terrain models' group is the host's to

@@ -6,6 +6,9 @@
 //                          OUT/models/ (the viewer's model root)
 //   OUT/oblique/           an oblique photography dataset of a few blocks
 //                          (metadata.xml, Data/Tile_*/*.osgb; ObliqueSample.h)
+//   OUT/icon/, OUT/myselftest/data/mapscale.png
+//                          the pictures of the viewer's heads-up display
+//                          (HudImages.h)
 // The same seed gives the same files, byte for byte.
 #ifndef CXSAMPLE_SAMPLEGENERATOR_H
 #define CXSAMPLE_SAMPLEGENERATOR_H
@@ -13,6 +16,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 namespace cxsample
 {
@@ -45,6 +49,7 @@ struct GeneratorSummary
     std::string csvPath;
     std::string modelsDir;
     std::string obliqueFolder;
+    std::vector<std::string> hudImages;
 };
 
 /** Plans and writes the sample, with progress lines on `progress` (none when
