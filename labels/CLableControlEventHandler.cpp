@@ -187,12 +187,15 @@ std::string CLableControlEventHandler::formatScale(int metres)
 
 std::string CLableControlEventHandler::formatPosition(double longitude, double latitude, double height)
 {
-    // 'r' is no format of its own: the string class formats the numbers with
-    // its default for an unknown format character.
+    // Significant digits, six for the longitude and the latitude and two for
+    // the height, the readout's format that hosts parse. It has always been
+    // asked for with the format character 'r', which the string class took as
+    // its default, significant digits; Qt 5 falls back to fixed-point for a
+    // character it does not know, so the format is named here.
     const QString text = QStringLiteral("B:%1  L:%2  H:%3")
-                             .arg(longitude, 0, 'r', 6, QLatin1Char(' '))
-                             .arg(latitude, 0, 'r', 6, QLatin1Char(' '))
-                             .arg(height, 0, 'r', 2, QLatin1Char(' '));
+                             .arg(longitude, 0, 'g', 6, QLatin1Char(' '))
+                             .arg(latitude, 0, 'g', 6, QLatin1Char(' '))
+                             .arg(height, 0, 'g', 2, QLatin1Char(' '));
     return text.toUtf8().toStdString();
 }
 

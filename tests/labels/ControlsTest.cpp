@@ -48,11 +48,11 @@ TEST(LabelControl, TheBoxHoldsTheTextAndAtLeastTheSize)
     EXPECT_FLOAT_EQ(label->renderSize().y(), 18.0f + 2.0f * label->padding());
 
     label->setFontSize(15.0f);
-    label->setText("B:116.407400  L:39.904200  H:52.34");
+    label->setText("B:-116.407  L:-39.9042  H:-8.8e+03  (long)");
     label->layout(640.0f, 480.0f);
     const float width = textWidth(*label);
-    EXPECT_GT(width, 220.0f); // 34 characters of 15 pixels
-    EXPECT_LT(width, 34.0f * 15.0f);
+    EXPECT_GT(width, 220.0f); // 40 characters of 15 pixels
+    EXPECT_LT(width, 40.0f * 15.0f);
     EXPECT_FLOAT_EQ(label->renderSize().x(), width + 2.0f * label->padding());
     EXPECT_FLOAT_EQ(label->renderSize().y(), 15.0f + 2.0f * label->padding());
 
