@@ -12,6 +12,8 @@
 #   BASE/data/objects.db                 the object store the viewer reads (cxstore build)
 #   BASE/oblique/                        an oblique photography dataset: metadata.xml and
 #                                        Data/Tile_*/ pyramids of paged .osgb tiles (cxsample)
+#   BASE/pointcloud/beijing.las          a point cloud of the business district, LAS 1.4 (cxsample)
+#   BASE/pointcloud/beijing/cloud.osgb   its paged octree of point tiles (cxtiler points)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
@@ -158,10 +160,11 @@ objects_csv="$base/data/objects.csv"
 objects_db="$base/data/objects.db"
 need_tool "$sampler"
 need_tool "$store"
-if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]]; then
-  say "up to date: $objects_csv, $base/models and $base/oblique"
+cloud_las="$base/pointcloud/beijing.las"
+if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" && -f "$cloud_las" ]]; then
+  say "up to date: $objects_csv, $base/models, $base/oblique and $cloud_las"
 else
-  say "making the scene objects: $base/models, $base/oblique and $objects_csv"
+  say "making the scene objects: $base/models, $base/oblique, $cloud_las and $objects_csv"
   "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 
@@ -170,6 +173,15 @@ if up_to_date "$objects_db" "$objects_csv" "$store"; then
 else
   say "making $objects_db from $(basename "$objects_csv")"
   "$store" build "$objects_csv" "$objects_db"
+fi
+
+# --- 6. the point cloud's tiles ----------------------------------------------
+cloud_tiles="$base/pointcloud/beijing"
+if up_to_date "$cloud_tiles/cloud.osgb" "$cloud_las" "$tiler"; then
+  say "up to date: $cloud_tiles"
+else
+  say "tiling $cloud_las into $cloud_tiles"
+  "$tiler" points "$cloud_las" "$cloud_tiles"
 fi
 
 say "sample data ready under $base"

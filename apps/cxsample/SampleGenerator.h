@@ -6,9 +6,13 @@
 //                          OUT/models/ (the viewer's model root)
 //   OUT/oblique/           an oblique photography dataset of a few blocks
 //                          (metadata.xml, Data/Tile_*/*.osgb; ObliqueSample.h)
+//   OUT/pointcloud/beijing.las  a point cloud of the business district
+//                          (LAS 1.4; PointCloudSample.h)
 // The same seed gives the same files, byte for byte.
 #ifndef CXSAMPLE_SAMPLEGENERATOR_H
 #define CXSAMPLE_SAMPLEGENERATOR_H
+
+#include "PointCloudSample.h"
 
 #include <cstdint>
 #include <iosfwd>
@@ -32,6 +36,8 @@ struct GeneratorOptions
      *  goes and so the ground the oblique dataset lies on; may be empty. */
     std::string imagePath;
     std::uint64_t seed = kDefaultSeed;
+    /** Points of the sample's point cloud (pointcloud/beijing.las); 0: none. */
+    std::uint64_t cloudPoints = kDefaultCloudPoints;
 };
 
 struct GeneratorSummary
@@ -45,6 +51,8 @@ struct GeneratorSummary
     std::string csvPath;
     std::string modelsDir;
     std::string obliqueFolder;
+    std::string pointCloud;
+    std::uint64_t cloudPoints = 0;
 };
 
 /** Plans and writes the sample, with progress lines on `progress` (none when
