@@ -385,6 +385,23 @@ PointTilerSummary tilePointCloud(const PointTilerOptions& options, std::ostream&
     std::ostream& log = out;
     const bool quiet = options.quiet;
 
+    // What fits in memory: the subtrees worked there, counted twice while
+    // they are split, beside the tiles and selections at work.
+    const std::uint64_t budgetBytes = static_cast<std::uint64_t>(options.maxMemoryMB) << 20;
+    const std::uint64_t reserve = kFixedReserve + 8 * options.maxPointsPerTile * kTileBytesPerPoint
+                                  + options.maxPointsPerTile * kSelectionBytesPerPoint;
+    const std::uint64_t minimumPoints = 8 * static_cast<std::uint64_t>(options.maxPointsPerTile);
+    std::uint64_t memoryPoints = options.memoryPoints;
+    if (memoryPoints == 0)
+    {
+        if (budgetBytes < reserve + minimumPoints * 2 * sizeof(PointRecord))
+            throw Error("--max-memory " + std::to_string(options.maxMemoryMB) + " is too small for tiles of "
+                        + withThousands(options.maxPointsPerTile) + " points: give at least "
+                        + std::to_string((reserve + minimumPoints * 2 * sizeof(PointRecord)) / (1 << 20) + 1)
+                        + " MB");
+        memoryPoints = (budgetBytes - reserve) / (2 * sizeof(PointRecord));
+    }
+
     // Every input opened (and its header checked) before anything is read.
     std::vector<std::unique_ptr<PointSource>> sources;
     std::uint64_t promised = 0;
@@ -444,23 +461,6 @@ PointTilerSummary tilePointCloud(const PointTilerOptions& options, std::ostream&
                                     bounds.max[2] - bounds.min[2], 0.001});
     // A hair larger than the cloud, so that its highest points lie inside.
     frame.edge = extent * (1.0 + 1e-6);
-
-    // What fits in memory: the subtrees worked there, counted twice while
-    // they are split, beside the tiles and selections at work.
-    const std::uint64_t budgetBytes = static_cast<std::uint64_t>(options.maxMemoryMB) << 20;
-    const std::uint64_t reserve = kFixedReserve + 8 * options.maxPointsPerTile * kTileBytesPerPoint
-                                  + options.maxPointsPerTile * kSelectionBytesPerPoint;
-    const std::uint64_t minimumPoints = 8 * static_cast<std::uint64_t>(options.maxPointsPerTile);
-    std::uint64_t memoryPoints = options.memoryPoints;
-    if (memoryPoints == 0)
-    {
-        if (budgetBytes < reserve + minimumPoints * 2 * sizeof(PointRecord))
-            throw Error("--max-memory " + std::to_string(options.maxMemoryMB) + " is too small for tiles of "
-                        + withThousands(options.maxPointsPerTile) + " points: give at least "
-                        + std::to_string((reserve + minimumPoints * 2 * sizeof(PointRecord)) / (1 << 20) + 1)
-                        + " MB");
-        memoryPoints = (budgetBytes - reserve) / (2 * sizeof(PointRecord));
-    }
 
     if (!quiet)
     {

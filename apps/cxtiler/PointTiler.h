@@ -20,7 +20,7 @@ namespace cxtiler
 
 /** Defaults of the command line. */
 constexpr std::size_t kDefaultMaxPointsPerTile = 20000;
-constexpr double kDefaultLodFactor = 2.5;
+constexpr double kDefaultLodFactor = 3.0;
 constexpr std::size_t kDefaultMaxMemoryMB = 512;
 
 /** The name of the small description written beside the root file. */

@@ -131,32 +131,20 @@ std::string readText(const fs::path& path)
     return text.str();
 }
 
-class PointTilerProcess : public ::testing::Test
-{
-protected:
-    static void SetUpTestSuite()
-    {
-        _dir = std::make_unique<cxtest::TempDir>();
-        writeSurface((_dir->path() / "big.ply").string(), kBig);
-        writeSurface((_dir->path() / "small.ply").string(), kSmall);
-    }
-    static void TearDownTestSuite() { _dir.reset(); }
-
-    static constexpr std::uint64_t kBig = 4000000;
-    static constexpr std::uint64_t kSmall = 1000000;
-    static std::unique_ptr<cxtest::TempDir> _dir;
-};
-
-std::unique_ptr<cxtest::TempDir> PointTilerProcess::_dir;
+constexpr std::uint64_t kBig = 4000000;
+constexpr std::uint64_t kSmall = 1000000;
 
 } // namespace
 
-TEST_F(PointTilerProcess, PeakMemoryStaysWithinTheBudgetWhateverTheCloudsSize)
+TEST(PointTilerProcess, PeakMemoryStaysWithinTheBudgetWhateverTheCloudsSize)
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "a sanitizer's own memory hides the tool's";
 #endif
-    const fs::path dir = _dir->path();
+    cxtest::TempDir temporary;
+    const fs::path dir = temporary.path();
+    writeSurface((dir / "big.ply").string(), kBig);
+    writeSurface((dir / "small.ply").string(), kSmall);
     const ChildRun small = runTool({"points", (dir / "small.ply").string(), (dir / "small").string(), "--srs", kLocalUtm,
                                     "--max-memory", "64"},
                                    (dir / "small.log").string());
@@ -182,15 +170,17 @@ TEST_F(PointTilerProcess, PeakMemoryStaysWithinTheBudgetWhateverTheCloudsSize)
     EXPECT_LT(big.peakMegabytes, small.peakMegabytes + 16.0) << "four times the points, not more memory";
 }
 
-TEST_F(PointTilerProcess, AnInterruptLeavesNoOutputFolder)
+TEST(PointTilerProcess, AnInterruptLeavesNoOutputFolder)
 {
-    const fs::path dir = _dir->path() / "interrupt";
+    cxtest::TempDir temporary;
+    const fs::path input = temporary.path() / "cloud.ply";
+    writeSurface(input.string(), 1500000);
+    const fs::path dir = temporary.path() / "interrupt";
     fs::create_directories(dir);
     const fs::path output = dir / "set";
     bool sent = false;
-    const ChildRun run = runTool({"points", (_dir->path() / "big.ply").string(), output.string(), "--srs", kLocalUtm,
-                                  "--max-memory", "64"},
-                                 (_dir->path() / "interrupt.log").string(), [&](pid_t pid) {
+    const ChildRun run = runTool({"points", input.string(), output.string(), "--srs", kLocalUtm, "--max-memory", "40"},
+                                 (temporary.path() / "interrupt.log").string(), [&](pid_t pid) {
                                      // Once it writes tiles into its temporary folder.
                                      const fs::path temporary = output.string() + ".tmp" + std::to_string(pid);
                                      std::error_code ec;
@@ -200,7 +190,7 @@ TEST_F(PointTilerProcess, AnInterruptLeavesNoOutputFolder)
                                          sent = true;
                                      }
                                  });
-    ASSERT_TRUE(sent) << "the run ended before it wrote a tile: " << readText(_dir->path() / "interrupt.log");
+    ASSERT_TRUE(sent) << "the run ended before it wrote a tile: " << readText(temporary.path() / "interrupt.log");
     EXPECT_TRUE(WIFSIGNALED(run.status) && WTERMSIG(run.status) == SIGINT) << "status " << run.status;
     std::vector<std::string> left;
     for (const auto& entry : fs::directory_iterator(dir))
