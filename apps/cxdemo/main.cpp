@@ -1,8 +1,8 @@
 // cxdemo: a small X11 host for the library. It makes its own window, hands it
 // to CXViewer, drives the frames, and can write the last frame to a PNG.
 //
-//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N] [--snapshot FILE.png]
-//          [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
+//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--pointcloud FILE] [--frames N]
+//          [--snapshot FILE.png] [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
 
 #include "FrameCapture.h"
 #include "ProcessMemory.h"
@@ -14,6 +14,7 @@
 #include <objects/CObjManager>
 #include <oblique/ObliqueDataset>
 
+#include <osgDB/ReadFile>
 #include <osgDB/WriteFile>
 
 #include <chrono>
@@ -38,6 +39,7 @@ struct Options
     std::string modelRoot;
     std::string store;
     std::string oblique;
+    std::string pointcloud;
     long frames = -1; // until the window closes
     std::string snapshot;
     int width = 1280;
@@ -94,12 +96,14 @@ void usage(const char* program)
     std::fprintf(stderr,
                  "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N]\n"
                  "          [--snapshot FILE.png] [--size WIDTHxHEIGHT]\n"
-                 "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]\n"
+                 "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle] [--pointcloud FILE]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
                  "  --store       the object store (default: BASE/data/objects.db)\n"
                  "  --oblique     an oblique photography dataset, a folder with metadata.xml and\n"
                  "                Data/Tile_*/ (default: BASE/oblique, when it is there)\n"
+                 "  --pointcloud  the root file of a point cloud tile set made by cxtiler points\n"
+                 "                (default: BASE/pointcloud/beijing/cloud.osgb, when it is there)\n"
                  "  --frames      number of frames to draw, then exit (default: until the window closes)\n"
                  "  --snapshot    write the last frame to this PNG file\n"
                  "  --size        window size (default 1280x720)\n"
@@ -140,6 +144,8 @@ bool parse(int argc, char** argv, Options& options)
             options.store = v;
         else if (arg == "--oblique" && (v = value("--oblique")))
             options.oblique = v;
+        else if (arg == "--pointcloud" && (v = value("--pointcloud")))
+            options.pointcloud = v;
         else if (arg == "--frames" && (v = value("--frames")))
         {
             char* end = nullptr;
@@ -242,6 +248,23 @@ int main(int argc, char** argv)
                         oblique->getNumChildren(), message.empty() ? "" : "; ", message.c_str());
         else
             std::fprintf(stderr, "cxdemo: no oblique dataset: %s\n", message.c_str());
+    }
+
+    // The point cloud, paged by its octree under the LiDAR group, whose cull
+    // callback sizes the points by the depth of the octree drawn at each.
+    const std::string cloudFile =
+        options.pointcloud.empty() ? options.basePath + "/pointcloud/beijing/cloud.osgb" : options.pointcloud;
+    if (!options.pointcloud.empty() || std::filesystem::is_regular_file(cloudFile))
+    {
+        if (osg::ref_ptr<osg::Node> cloud = osgDB::readNodeFile(cloudFile))
+        {
+            viewer->getLiDAR()->addChild(cloud.get());
+            std::printf("cxdemo: point cloud %s\n", cloudFile.c_str());
+        }
+        else
+        {
+            std::fprintf(stderr, "cxdemo: cannot read the point cloud %s\n", cloudFile.c_str());
+        }
     }
 
     osg::ref_ptr<cxhost::FrameCapture> capture;
