@@ -37,8 +37,8 @@ namespace fs = std::filesystem;
 constexpr double kPi = 3.14159265358979323846;
 
 // How the points are shared out between the surfaces.
-constexpr double kGroundShare = 0.55;
-constexpr double kBuildingShare = 0.35;
+constexpr double kGroundShare = 0.48;
+constexpr double kBuildingShare = 0.42;
 constexpr double kTreeShare = 0.10;
 
 // LAS classes.

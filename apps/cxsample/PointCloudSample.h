@@ -28,7 +28,7 @@ namespace cxsample
 class GroundHeights;
 struct SamplePlan;
 
-constexpr std::uint64_t kDefaultCloudPoints = 2400000;
+constexpr std::uint64_t kDefaultCloudPoints = 2800000;
 /** Where the cloud goes below the output folder. */
 extern const char* const kPointCloudPath; // "pointcloud/beijing.las"
 /** Its coordinate reference system. */
