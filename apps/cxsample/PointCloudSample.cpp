@@ -330,8 +330,11 @@ public:
 
 private:
     static int square(double v) { return static_cast<int>(std::floor(v / 25.0)); }
-    static std::int64_t key(int i, int j) { return (static_cast<std::int64_t>(i) << 32) ^ static_cast<std::uint32_t>(j); }
-    std::unordered_map<std::int64_t, std::vector<std::size_t>> _items;
+    static std::uint64_t key(int i, int j)
+    {
+        return (static_cast<std::uint64_t>(static_cast<std::uint32_t>(i)) << 32) | static_cast<std::uint32_t>(j);
+    }
+    std::unordered_map<std::uint64_t, std::vector<std::size_t>> _items;
 };
 
 struct Tree

@@ -42,6 +42,8 @@ constexpr std::size_t kVlrHeader = 54;
 constexpr std::size_t kEvlrHeader = 60;
 constexpr std::uint16_t kWktRecord = 2112;
 constexpr std::uint16_t kGeoKeysRecord = 34735;
+/** The most bytes of records read at once. */
+constexpr std::size_t kReadBytes = 8u << 20;
 
 /** The smallest record of a point format; 0 for formats not read. */
 std::size_t minimumRecordLength(int format)
@@ -125,7 +127,9 @@ public:
     {
         out.clear();
         const std::uint64_t left = _count - static_cast<std::uint64_t>(_read);
-        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(left, max));
+        // Records with many extra bytes are read in fewer at a time.
+        const std::size_t fit = std::max<std::size_t>(1, kReadBytes / _recordLength);
+        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(left, std::min(max, fit)));
         if (n == 0)
         {
             _completedPass = true;

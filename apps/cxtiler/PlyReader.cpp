@@ -188,7 +188,9 @@ public:
     {
         out.clear();
         const std::uint64_t left = _vertices - static_cast<std::uint64_t>(_read);
-        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(left, max));
+        // Vertices with many properties are read in fewer at a time.
+        const std::size_t fit = _binary ? std::max<std::size_t>(1, (8u << 20) / std::max<std::size_t>(_stride, 1)) : max;
+        const std::size_t n = static_cast<std::size_t>(std::min<std::uint64_t>(left, std::min(max, fit)));
         if (n == 0)
         {
             _completedPass = true;
@@ -425,8 +427,9 @@ private:
                 unsigned char count[8];
                 _file.readExactly(count, typeSize(p.countType), "the element '" + element.name + "'");
                 const double items = binaryValue(count, p.countType);
-                if (!(items >= 0.0))
-                    fail("a negative list length in its element '" + element.name + "'");
+                if (!(items >= 0.0) || items * typeSize(p.type) > static_cast<double>(_file.size()))
+                    fail("a list length that the file cannot hold in its element '" + element.name
+                         + "' (it is truncated or not a PLY file)");
                 _file.seek(_file.tell() + static_cast<std::uint64_t>(items) * typeSize(p.type));
             }
         if (_file.tell() > _file.size())

@@ -126,7 +126,9 @@ std::vector<District> PointCloudSample::_district;
 
 } // namespace
 
-TEST_F(PointCloudSample, ItHasMoreThanTwoMillionPointsOfGroundBuildingsTreesAndWater)
+// (Few test cases, each a whole check: every case makes the cloud again in a
+// process of its own, which under the sanitizers takes a while.)
+TEST_F(PointCloudSample, ItIsALas14CloudOfMoreThanTwoMillionPointsAroundTheDistrict)
 {
     EXPECT_GE(_points.size(), 2000000u);
     EXPECT_EQ(_points.size(), _summary.points);
@@ -145,10 +147,8 @@ TEST_F(PointCloudSample, ItHasMoreThanTwoMillionPointsOfGroundBuildingsTreesAndW
     EXPECT_GT(classes[9], 100u);
     EXPECT_GT(_summary.buildingCount, 50u);
     EXPECT_GT(_summary.trees, 500u);
-}
 
-TEST_F(PointCloudSample, ItIsLas14PointFormat7WithItsCrsAsWkt)
-{
+    // LAS 1.4, point format 7, its CRS as WKT in the one record.
     const std::string bytes = readBytes(_path);
     ASSERT_GT(bytes.size(), 375u + 54u);
     EXPECT_EQ(bytes.substr(0, 4), "LASF");
@@ -179,10 +179,8 @@ TEST_F(PointCloudSample, ItIsLas14PointFormat7WithItsCrsAsWkt)
     const globe::SpatialReference* crs = globe::SpatialReference::create(_info.crs);
     ASSERT_NE(crs, nullptr);
     EXPECT_TRUE(crs->isEquivalentTo(globe::SpatialReference::create(cxsample::kPointCloudCrs)));
-}
 
-TEST_F(PointCloudSample, ItSpansMoreThanAKilometreAroundTheBusinessDistrict)
-{
+    // More than a kilometre across, around the business district.
     double west = 1e300, east = -1e300, south = 1e300, north = -1e300;
     for (const cxtiler::PointRecord& p : _points)
     {
@@ -201,7 +199,7 @@ TEST_F(PointCloudSample, ItSpansMoreThanAKilometreAroundTheBusinessDistrict)
     EXPECT_NEAR(place.y(), 39.912, 0.001);
 }
 
-TEST_F(PointCloudSample, GroundPointsLieOnTheElevationFilesGround)
+TEST_F(PointCloudSample, ItsPointsLieOnTheGroundAndOnTheDistrictsBuildings)
 {
     int checked = 0;
     double worst = 0.0;
@@ -222,11 +220,9 @@ TEST_F(PointCloudSample, GroundPointsLieOnTheElevationFilesGround)
     }
     EXPECT_GT(checked, 40000);
     EXPECT_LT(worst, 0.02) << "metres off the ground of the elevation file";
-}
 
-TEST_F(PointCloudSample, BuildingPointsLieOnTheDistrictsBuildings)
-{
-    int checked = 0, stray = 0;
+    // Building points on the district's buildings, at their places and heights.
+    int buildingPoints = 0, stray = 0;
     for (std::size_t i = 0; i < _points.size(); i += 11)
     {
         const cxtiler::PointRecord& p = _points[i];
@@ -239,14 +235,12 @@ TEST_F(PointCloudSample, BuildingPointsLieOnTheDistrictsBuildings)
                 && place.z() <= d.base + d.top)
                 onOne = true;
         stray += onOne ? 0 : 1;
-        ++checked;
+        ++buildingPoints;
     }
-    EXPECT_GT(checked, 30000);
+    EXPECT_GT(buildingPoints, 30000);
     EXPECT_EQ(stray, 0) << "building points away from every building of the district";
-}
 
-TEST_F(PointCloudSample, TheTallestTowerAndThePondCarryUserDataForTheFlagColouring)
-{
+    // User data for the flag colouring: 1 on the tallest tower, 2 on the pond.
     const auto tallest = std::find_if(_district.begin(), _district.end(), [](const District& d) { return d.tallest; });
     ASSERT_NE(tallest, _district.end());
     std::uint64_t flagged = 0;
@@ -274,7 +268,7 @@ TEST_F(PointCloudSample, TheTallestTowerAndThePondCarryUserDataForTheFlagColouri
     EXPECT_LT(flagged, _points.size() / 10) << "a few points, not the cloud";
 }
 
-TEST_F(PointCloudSample, IntensityAndColourFollowTheMaterials)
+TEST_F(PointCloudSample, IntensityColourAndReturnsFollowTheMaterials)
 {
     std::map<int, double> intensity, red, green, blue;
     std::map<int, std::uint64_t> count;

@@ -740,6 +740,88 @@ TEST(PointTilerOutput, AFailedRunLeavesNothingAndKeepsAnEarlierSet)
                  {"set", "mine", "file"});
 }
 
+TEST(PointTilerOutput, EveryKindOfBadInputFailsNamingItAndWritesNothing)
+{
+    cxtest::TempDir dir;
+    const fs::path in = dir.path() / "in";
+    fs::create_directory(in);
+    const fs::path out = dir.path() / "out";
+    fs::create_directory(out);
+    LasFile las;
+    las.minor = 4;
+    las.format = 7;
+    las.points = std::vector<TestPoint>(50, TestPoint{kEast, kNorth, 40.0});
+    las.vlrs.push_back(wktRecord(32650));
+    const std::string good = (in / "good.las").string();
+    writeLas(good, las);
+
+    std::vector<std::pair<std::string, std::string>> bad; // file, what the message says
+    const std::string cut = (in / "cut.las").string();
+    fs::copy_file(good, cut);
+    fs::resize_file(cut, fs::file_size(cut) - 36 * 10);
+    bad.push_back({cut, "truncated"});
+    const std::string magic = (in / "magic.las").string();
+    fs::copy_file(good, magic);
+    {
+        std::fstream f(magic, std::ios::in | std::ios::out | std::ios::binary);
+        f.write("LASX", 4);
+    }
+    bad.push_back({magic, "no \"LASF\" signature"});
+    LasFile laz = las;
+    laz.formatByte = 0x80 | 7;
+    const std::string compressed = (in / "cloud.laz").string();
+    writeLas(compressed, laz);
+    bad.push_back({compressed, "compressed (LAZ"});
+    LasFile more = las;
+    more.declaredCount = 5000;
+    const std::string count = (in / "count.las").string();
+    writeLas(count, more);
+    bad.push_back({count, "promises 5,000 points"});
+    PlyFile big;
+    big.format = "binary_big_endian";
+    big.points = las.points;
+    const std::string bigEndian = (in / "big.ply").string();
+    writePly(bigEndian, big);
+    bad.push_back({bigEndian, "big-endian"});
+    bad.push_back({dir.write("in/empty.xyz", "").string(), "empty"});
+    bad.push_back({dir.write("in/comments.xyz", "# only a comment\n").string(), "no points"});
+
+    for (const auto& [file, says] : bad)
+    {
+        SCOPED_TRACE(file);
+        // Behind a good input, so that a bad file stops the run wherever it comes.
+        expectFailed(runTiler({"points", good, file, (out / "set").string(), "--srs", "EPSG:32650"}),
+                     "'" + file + "': ", out, {});
+        const RunResult r = runTiler({"points", file, (out / "set").string(), "--srs", "EPSG:32650"});
+        EXPECT_TRUE(contains(r.err, says)) << r.err;
+    }
+}
+
+TEST(PointTiler, SeveralInputsAreOneCloud)
+{
+    cxtest::TempDir dir;
+    LasFile a;
+    a.points = {{kEast, kNorth, 40.0}, {kEast + 10, kNorth, 41.0}};
+    a.vlrs.push_back(wktRecord(32650));
+    writeLas((dir.path() / "a.las").string(), a);
+    LasFile b = a;
+    b.minor = 4;
+    b.format = 6;
+    b.points = {{kEast + 20, kNorth + 20, 42.0}};
+    writeLas((dir.path() / "b.las").string(), b);
+    const std::string c = dir.write("c.xyz", "448030 4418030 43\n448040 4418040 44\n").string();
+    // The XYZ file carries no CRS: --srs names the one of all three.
+    const RunResult r = runTiler({"points", (dir.path() / "a.las").string(), (dir.path() / "b.las").string(), c,
+                                  (dir.path() / "out").string(), "--srs", "EPSG:32650"});
+    ASSERT_EQ(r.status, 0) << r.err;
+    const std::vector<ReadTile> tiles = readTileSet(dir.path() / "out");
+    ASSERT_EQ(tiles.size(), 1u);
+    EXPECT_EQ(tiles[0].geometry->getVertexArray()->getNumElements(), 5u);
+    const std::string json = readText(dir.path() / "out" / "cloud.json");
+    EXPECT_EQ(jsonArray(json, "boundsMin"), (std::vector<double>{kEast, kNorth, 40.0}));
+    EXPECT_EQ(jsonArray(json, "boundsMax"), (std::vector<double>{kEast + 40, kNorth + 40, 44.0}));
+}
+
 TEST(PointTilerCommandLine, OptionsAreChecked)
 {
     cxtest::TempDir dir;
