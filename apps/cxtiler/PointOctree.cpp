@@ -9,7 +9,6 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <set>
 #include <unordered_map>
 
 namespace cxtiler
@@ -146,8 +145,12 @@ public:
     {
         _slotOfCell.reserve(budget * 2);
         _points.reserve(std::min<std::size_t>(budget, 1u << 16));
+        _octants.reserve(_points.capacity());
+        _heap.reserve(_points.capacity());
     }
 
+    /** `down(point, octant)` takes the points not kept, with the child cube
+     *  they lie in. */
     template <class Down>
     void offer(const PointRecord& p, Down&& down)
     {
@@ -156,62 +159,74 @@ public:
         qx >>= _shift;
         qy >>= _shift;
         qz >>= _shift;
+        // The highest bit of the cell within the node is the child cube.
+        constexpr int top = kGridBits - 1;
+        const int octant = static_cast<int>((((qx >> top) & 1u) << 2) | (((qy >> top) & 1u) << 1) | ((qz >> top) & 1u));
         constexpr std::uint32_t mask = kGridCells - 1;
         const std::uint32_t cell = ((qx & mask) << (2 * kGridBits)) | ((qy & mask) << kGridBits) | (qz & mask);
         // The cell's place in the whole cloud and its level decide its rank.
         const std::uint32_t rank = pointPriority((((static_cast<std::uint64_t>(qx) << 30) | qy) * 0x9E3779B97F4A7C15ull)
                                                  ^ (static_cast<std::uint64_t>(qz) << 8) ^ static_cast<std::uint64_t>(_level));
-        if (_order.size() == _budget && std::make_pair(rank, cell) > *_order.rbegin())
+        const Ranked ranked{rank, cell};
+        const bool full = _heap.size() == _budget;
+        if (full && _heap.front() < ranked)
         {
-            down(p);
+            down(p, octant);
             return;
         }
         const auto found = _slotOfCell.find(cell);
         if (found != _slotOfCell.end())
         {
-            PointRecord& held = _points[found->second];
-            if (p.priority < held.priority)
+            // The cell is kept; its point of lowest priority stands for it.
+            const std::uint32_t slot = found->second;
+            if (p.priority < _points[slot].priority)
             {
-                down(held);
-                held = p;
+                down(_points[slot], _octants[slot]);
+                _points[slot] = p;
             }
             else
             {
-                down(p);
+                down(p, octant);
             }
             return;
         }
         std::uint32_t slot;
-        if (_order.size() == _budget)
+        if (full)
         {
-            // The cell of highest priority gives way.
-            const auto worst = std::prev(_order.end());
-            const auto evicted = _slotOfCell.find(worst->second);
+            // The cell of highest rank gives way.
+            std::pop_heap(_heap.begin(), _heap.end());
+            const auto evicted = _slotOfCell.find(_heap.back().second);
+            _heap.pop_back();
             slot = evicted->second;
-            down(_points[slot]);
+            down(_points[slot], _octants[slot]);
             _slotOfCell.erase(evicted);
-            _order.erase(worst);
             _points[slot] = p;
+            _octants[slot] = static_cast<std::uint8_t>(octant);
         }
         else
         {
             slot = static_cast<std::uint32_t>(_points.size());
             _points.push_back(p);
+            _octants.push_back(static_cast<std::uint8_t>(octant));
         }
         _slotOfCell.emplace(cell, slot);
-        _order.insert({rank, cell});
+        _heap.push_back(ranked);
+        std::push_heap(_heap.begin(), _heap.end());
     }
 
     std::vector<PointRecord> take() { return std::move(_points); }
 
 private:
+    using Ranked = std::pair<std::uint32_t, std::uint32_t>; // (cell rank, cell)
+
     const OctreeBuilder& _builder;
     int _level;
     int _shift;
     std::size_t _budget;
     std::unordered_map<std::uint32_t, std::uint32_t> _slotOfCell;
     std::vector<PointRecord> _points;
-    std::set<std::pair<std::uint32_t, std::uint32_t>> _order; // (cell priority, cell)
+    std::vector<std::uint8_t> _octants; // of the kept points
+    std::vector<Ranked> _heap;          // the kept cells, highest rank on top
 };
 
 OctreeBuilder::OctreeBuilder(const OctreeFrame& frame, const OctreeOptions& options, TileSink& sink)
@@ -294,8 +309,8 @@ std::vector<PointRecord> OctreeBuilder::select(const NodeKey& node, Store& store
         for (int o = 0; o < 8; ++o)
             children[o].points.reserve(static_cast<std::size_t>(counts[o]));
         for (const PointRecord& p : store.points)
-            selection.offer(p, [&](const PointRecord& r) {
-                children[static_cast<std::size_t>(octantAt(r, node.level))].points.push_back(r);
+            selection.offer(p, [&](const PointRecord& r, int octant) {
+                children[static_cast<std::size_t>(octant)].points.push_back(r);
             });
         release(store);
         for (Store& child : children)
@@ -304,8 +319,8 @@ std::vector<PointRecord> OctreeBuilder::select(const NodeKey& node, Store& store
     }
 
     std::array<std::unique_ptr<SpillWriter>, 8> writers;
-    auto down = [&](const PointRecord& r) {
-        const auto o = static_cast<std::size_t>(octantAt(r, node.level));
+    auto down = [&](const PointRecord& r, int octant) {
+        const auto o = static_cast<std::size_t>(octant);
         if (!writers[o])
         {
             children[o].spill = spillPath();
@@ -348,8 +363,8 @@ std::vector<PointRecord> OctreeBuilder::selectStream(const NodeKey& node, std::u
     // Too large for memory: one pass over the input, the rest to spill files.
     Selection selection(*this, node.level, _options.maxPointsPerTile);
     std::array<std::unique_ptr<SpillWriter>, 8> writers;
-    auto down = [&](const PointRecord& r) {
-        const auto o = static_cast<std::size_t>(octantAt(r, node.level));
+    auto down = [&](const PointRecord& r, int octant) {
+        const auto o = static_cast<std::size_t>(octant);
         if (!writers[o])
         {
             children[o].spill = spillPath();
