@@ -14,6 +14,8 @@
 #                                        Data/Tile_*/ pyramids of paged .osgb tiles (cxsample)
 #   BASE/icon/Compass.PNG, BASE/icon/plate.PNG, BASE/myselftest/data/mapscale.png
 #                                        the pictures of the heads-up display (cxsample)
+#   BASE/pointcloud/beijing.las          a point cloud of the business district, LAS 1.4 (cxsample)
+#   BASE/pointcloud/beijing/cloud.osgb   its paged octree of point tiles (cxtiler points)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
@@ -161,12 +163,13 @@ objects_db="$base/data/objects.db"
 need_tool "$sampler"
 need_tool "$store"
 hud_images=("$base/icon/Compass.PNG" "$base/icon/plate.PNG" "$base/myselftest/data/mapscale.png")
+cloud_las="$base/pointcloud/beijing.las"
 all_files() { local f; for f in "$@"; do [[ -f "$f" ]] || return 1; done; }
 if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]] \
-   && all_files "${hud_images[@]}"; then
-  say "up to date: $objects_csv, $base/models, $base/oblique and the HUD pictures"
+   && all_files "${hud_images[@]}" "$cloud_las"; then
+  say "up to date: $objects_csv, $base/models, $base/oblique, the HUD pictures and $cloud_las"
 else
-  say "making the scene objects and the HUD pictures: $base/models, $base/oblique, $base/icon and $objects_csv"
+  say "making the scene objects, the HUD pictures and the point cloud: $base/models, $base/oblique, $base/icon, $cloud_las and $objects_csv"
   "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 
@@ -175,6 +178,18 @@ if up_to_date "$objects_db" "$objects_csv" "$store"; then
 else
   say "making $objects_db from $(basename "$objects_csv")"
   "$store" build "$objects_csv" "$objects_db"
+fi
+
+# --- 6. the point cloud's tiles ----------------------------------------------
+# Children load within 1.5 cube edges of their tile (the tool's default is 3):
+# the district is 1.3 km across, and a low view across it then draws the finest
+# level near the eye and the first one at the far side, as larger clouds do.
+cloud_tiles="$base/pointcloud/beijing"
+if up_to_date "$cloud_tiles/cloud.osgb" "$cloud_las" "$tiler" "$0"; then
+  say "up to date: $cloud_tiles"
+else
+  say "tiling $cloud_las into $cloud_tiles"
+  "$tiler" points "$cloud_las" "$cloud_tiles" --lod-factor 1.5
 fi
 
 say "sample data ready under $base"

@@ -35,8 +35,27 @@ public:
     void release();
 };
 
-/** Installs the interrupt handlers that remove the pending file and then
-  * end the process as the signal would have. */
+/** While it lives, marks one folder as the one an interrupt removes, with
+  * everything in it (a tile set written under a temporary name). One at a
+  * time, beside the pending file. */
+class PendingFolder
+{
+public:
+    explicit PendingFolder(const std::string& path);
+    ~PendingFolder();
+    PendingFolder(const PendingFolder&) = delete;
+    PendingFolder& operator=(const PendingFolder&) = delete;
+
+    /** The folder is complete (or gone): an interrupt leaves it. */
+    void release();
+};
+
+/** Removes a folder and everything below it with system calls only (no
+  * allocation), as the interrupt handler does; true when it is gone. */
+bool removeTreeNow(const char* path);
+
+/** Installs the interrupt handlers that remove the pending file and folder
+  * and then end the process as the signal would have. */
 void removeOutputOnInterrupt();
 
 } // namespace cxtool

@@ -109,6 +109,26 @@ void offsetLonLat(double lon, double lat, double east, double north, double& out
     outLon = lon + east / (normal * std::cos(phi)) * 180.0 / kPi;
 }
 
+const char* const kBusinessDistrictPrefix = "cbd_";
+
+StreetGrid businessDistrictGrid()
+{
+    const District d = districts().front();
+    StreetGrid grid;
+    grid.lon = d.lon;
+    grid.lat = d.lat;
+    grid.angle = d.angle;
+    grid.columns = d.columns;
+    grid.rows = d.rows;
+    grid.pitchU = d.pitchU;
+    grid.pitchV = d.pitchV;
+    grid.street = d.street;
+    grid.parcelsU = d.parcelsU;
+    grid.parcelsV = d.parcelsV;
+    grid.margin = d.margin;
+    return grid;
+}
+
 int SamplePlan::enterID(const PlacedObject& object) const
 {
     switch (object.family)

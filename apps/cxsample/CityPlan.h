@@ -61,6 +61,26 @@ struct SamplePlan
     std::string modelStem(const PlacedObject& object) const;
 };
 
+/** The street grid of a district: blocks of `pitchU` x `pitchV` metres between
+ *  street centre lines (u along the cross streets, v along the north-south
+ *  streets, turned by `angle` degrees from north), streets `street` wide,
+ *  each block cut into parcels. */
+struct StreetGrid
+{
+    double lon = 0.0, lat = 0.0; // the grid's centre
+    double angle = 0.0;
+    int columns = 0, rows = 0;
+    double pitchU = 0.0, pitchV = 0.0;
+    double street = 0.0;
+    int parcelsU = 0, parcelsV = 0;
+    double margin = 0.0;
+};
+
+/** The grid of the business district (towers and offices, around 116.458 E,
+ *  39.912 N), whose buildings have stems starting with kBusinessDistrictPrefix. */
+StreetGrid businessDistrictGrid();
+extern const char* const kBusinessDistrictPrefix; // "cbd_"
+
 /** The whole plan, the same for the same seed. */
 SamplePlan planSample(std::uint64_t seed);
 

@@ -35,11 +35,28 @@ std::uint64_t parseSeed(const std::string& text)
     return value;
 }
 
+std::uint64_t parseCount(const std::string& text)
+{
+    std::size_t used = 0;
+    unsigned long long value = 0;
+    try
+    {
+        value = std::stoull(text, &used);
+    }
+    catch (const std::exception&)
+    {
+        used = 0;
+    }
+    if (used == 0 || used != text.size() || text[0] == '-' || value > 100000000ull)
+        throw UsageError("--cloud-points wants a whole number from 0 to 100000000, not '" + text + "'");
+    return value;
+}
+
 } // namespace
 
 std::string usageText(const std::string& program)
 {
-    return "Usage: " + program + " OUTDIR [--dem DEM.db [--image IMG.db]] [--seed N] [--quiet]\n"
+    return "Usage: " + program + " OUTDIR [--dem DEM.db [--image IMG.db]] [--seed N] [--cloud-points N] [--quiet]\n"
            "\n"
            "Writes the sample scene objects around Beijing (116.30-116.48 E, 39.86-39.96 N):\n"
            "  OUTDIR/models/buildings/  a few hundred buildings of some thirty designs\n"
@@ -62,6 +79,7 @@ std::string usageText(const std::string& program)
            "                 writes it); without it every object stands at height 0\n"
            "  --image IMG.db the imagery the globe shows with DEM.db; with it the oblique dataset's\n"
            "                 ground lies on the terrain exactly as the globe draws it up close\n"
+           "  --cloud-points N  points of the point cloud (default " + std::to_string(kDefaultCloudPoints) + "; 0: none)\n"
            "  --seed N       another city from another seed (default " + std::to_string(kDefaultSeed) + ");\n"
            "                 the same seed gives the same files\n"
            "  --quiet, -q    no progress lines\n"
@@ -89,7 +107,7 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
             }
             if (arg == "--quiet" || arg == "-q")
                 quiet = true;
-            else if (arg == "--dem" || arg == "--seed" || arg == "--image")
+            else if (arg == "--dem" || arg == "--seed" || arg == "--image" || arg == "--cloud-points")
             {
                 if (i + 1 >= args.size())
                     throw UsageError(arg + " needs a value");
@@ -98,6 +116,8 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
                     options.demPath = value;
                 else if (arg == "--image")
                     options.imagePath = value;
+                else if (arg == "--cloud-points")
+                    options.cloudPoints = parseCount(value);
                 else
                     options.seed = parseSeed(value);
             }

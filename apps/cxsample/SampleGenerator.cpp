@@ -6,6 +6,7 @@
 #include "HudImages.h"
 #include "ObjectsCsv.h"
 #include "ObliqueSample.h"
+#include "PointCloudSample.h"
 
 #include <algorithm>
 #include <cmath>
@@ -197,6 +198,20 @@ GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* p
         *progress << "wrote the HUD pictures " << kCompassImagePath << ", " << kPlateImagePath << " and "
                   << kScaleBarImagePath << "\n"
                   << std::flush;
+    if (options.cloudPoints > 0)
+    {
+        const PointCloudSummary cloud =
+            writePointCloudSample(options.outputDir, plan, ground, options.seed, options.cloudPoints);
+        summary.pointCloud = cloud.path;
+        summary.cloudPoints = cloud.points;
+        if (progress)
+            *progress << "wrote " << cloud.path << ": " << cloud.points << " points over "
+                      << 2 * kCloudHalfWidth / 1000.0 << " x " << 2 * kCloudHalfDepth / 1000.0 << " km ("
+                      << cloud.ground << " ground, " << cloud.buildings << " on " << cloud.buildingCount
+                      << " buildings, " << cloud.vegetation << " in " << cloud.trees << " trees, " << cloud.water
+                      << " water), " << kPointCloudCrs << "\n"
+                      << std::flush;
+    }
 
     writeObjectsCsv(csvPath.string(), rows);
 

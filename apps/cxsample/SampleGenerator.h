@@ -9,9 +9,13 @@
 //   OUT/icon/, OUT/myselftest/data/mapscale.png
 //                          the pictures of the viewer's heads-up display
 //                          (HudImages.h)
+//   OUT/pointcloud/beijing.las  a point cloud of the business district
+//                          (LAS 1.4; PointCloudSample.h)
 // The same seed gives the same files, byte for byte.
 #ifndef CXSAMPLE_SAMPLEGENERATOR_H
 #define CXSAMPLE_SAMPLEGENERATOR_H
+
+#include "PointCloudSample.h"
 
 #include <cstdint>
 #include <iosfwd>
@@ -36,6 +40,8 @@ struct GeneratorOptions
      *  goes and so the ground the oblique dataset lies on; may be empty. */
     std::string imagePath;
     std::uint64_t seed = kDefaultSeed;
+    /** Points of the sample's point cloud (pointcloud/beijing.las); 0: none. */
+    std::uint64_t cloudPoints = kDefaultCloudPoints;
 };
 
 struct GeneratorSummary
@@ -50,6 +56,8 @@ struct GeneratorSummary
     std::string modelsDir;
     std::string obliqueFolder;
     std::vector<std::string> hudImages;
+    std::string pointCloud;
+    std::uint64_t cloudPoints = 0;
 };
 
 /** Plans and writes the sample, with progress lines on `progress` (none when

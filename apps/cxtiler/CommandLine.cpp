@@ -5,6 +5,7 @@
 #include "GdalSupport.h"
 #include "GeoMosaic.h"
 #include "HeightGrid.h"
+#include "PointTiler.h"
 #include "Progress.h"
 #include "PyramidBuilder.h"
 #include "SourceReader.h"
@@ -12,8 +13,10 @@
 #include "WarpedPyramidBuilder.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <malloc.h>
 #include <map>
 #include <optional>
 #include <ostream>
@@ -51,8 +54,10 @@ struct Arguments
     }
 };
 
-const std::set<std::string> kValueOptions = {"--format", "--quality", "--max-zoom", "--name", "--description",
-                                             "--attribution", "--image", "--elevation", "--srs"};
+const std::set<std::string> kValueOptions = {"--format",      "--quality",   "--max-zoom",
+                                             "--name",        "--description", "--attribution",
+                                             "--image",       "--elevation", "--srs",
+                                             "--max-points-per-tile", "--lod-factor", "--max-memory"};
 const std::set<std::string> kFlagOptions = {"--clean", "--no-clean", "--quiet"};
 
 Arguments parse(const std::vector<std::string>& args, std::size_t first, const std::set<std::string>& allowed)
@@ -99,6 +104,24 @@ int parseInt(const std::string& option, const std::string& text, int low, int hi
     if (used == 0 || used != text.size() || value < low || value > high)
         throw UsageError(option + " wants a whole number from " + std::to_string(low) + " to "
                          + std::to_string(high) + ", not '" + text + "'");
+    return value;
+}
+
+double parseNumber(const std::string& option, const std::string& text, double low, double high)
+{
+    std::size_t used = 0;
+    double value = 0.0;
+    try
+    {
+        value = std::stod(text, &used);
+    }
+    catch (const std::exception&)
+    {
+        used = 0;
+    }
+    if (used == 0 || used != text.size() || !std::isfinite(value) || value < low || value > high)
+        throw UsageError(option + " wants a number from " + std::to_string(static_cast<int>(low)) + " to "
+                         + std::to_string(static_cast<int>(high)) + ", not '" + text + "'");
     return value;
 }
 
@@ -280,6 +303,29 @@ int runElevation(const Arguments& a, std::ostream& out, bool interactive)
     return 0;
 }
 
+int runPoints(const Arguments& a, std::ostream& out, bool interactive)
+{
+    if (a.positional.size() < 2)
+        throw UsageError("'points' takes one or more point cloud files and an output folder");
+    PointTilerOptions options;
+    options.inputs.assign(a.positional.begin(), a.positional.end() - 1);
+    options.output = a.positional.back();
+    options.srs = a.value("--srs");
+    if (a.has("--max-points-per-tile"))
+        options.maxPointsPerTile = static_cast<std::size_t>(
+            parseInt("--max-points-per-tile", a.value("--max-points-per-tile"), 100, 10000000));
+    if (a.has("--lod-factor"))
+        options.lodFactor = parseNumber("--lod-factor", a.value("--lod-factor"), 1.0, 100.0);
+    if (a.has("--max-memory"))
+        options.maxMemoryMB = static_cast<std::size_t>(parseInt("--max-memory", a.value("--max-memory"), 16, 1 << 20));
+    options.quiet = a.has("--quiet");
+    // Freed blocks of points go back to the system at once, so that the
+    // process's memory follows what is at work rather than its peak.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+    tilePointCloud(options, out, interactive);
+    return 0;
+}
+
 int runEarth(const Arguments& a, std::ostream& out)
 {
     if (a.positional.size() != 1)
@@ -316,6 +362,24 @@ std::string usageText(const std::string& program)
            "      heights outside georeferenced inputs are 0 m.\n"
            "      --clean / --no-clean treat corrupt cells (impossible heights, lone spikes) as voids\n"
            "                           (default: on for the RGB-encoded SRTM tiles, off otherwise)\n"
+           "  " + program + " points INPUT... OUTDIR [options]\n"
+           "      INPUT: point clouds in one projected CRS: LAS 1.0-1.4 (uncompressed, point formats 0-3 and\n"
+           "      6-8; the CRS from its WKT or GeoKeys record), PLY (ascii or binary little endian: vertex\n"
+           "      x y z, optional red green blue, intensity, classification) or XYZ text (.xyz, .txt, .csv;\n"
+           "      x y z, x y z intensity, x y z r g b or x y z intensity r g b a line). Several inputs are\n"
+           "      one cloud. A geographic CRS (degrees) is projected to the UTM zone of the first point.\n"
+           "      Writes OUTDIR/cloud.osgb (the root tile, a paged octree of .osgb tiles below it) and\n"
+           "      OUTDIR/cloud.json (CRS, bounds, counts).\n"
+           "      --srs SRS            the inputs' CRS, over what they carry (needed for PLY and XYZ)\n"
+           "      --max-points-per-tile N   at most N points a tile (default " + std::to_string(kDefaultMaxPointsPerTile) + "); a tile keeps\n"
+           "                           one point per cell of its spacing (its cube's edge / 128), the\n"
+           "                           rest go to its eight child cubes\n"
+           "      --lod-factor F       a tile's children load within F x its cube's edge of its centre\n"
+           "                           (default " + std::to_string(kDefaultLodFactor).substr(0, 3) + ")\n"
+           "      --max-memory MB      memory for the points at work, beside the program itself\n"
+           "                           (default " + std::to_string(kDefaultMaxMemoryMB) + "); larger clouds stream through\n"
+           "                           spill files in the output's temporary folder\n"
+           "      -q, --quiet          no progress\n"
            "  " + program + " earth OUTPUT.earth [--name NAME] [--image DB] [--elevation DB]\n"
            "      Writes an earth file; layers only for the MBTiles files given (paths relative to it).\n"
            "  options of image and elevation:\n"
@@ -360,13 +424,19 @@ int runCommandLine(const std::vector<std::string>& args, std::ostream& out, std:
             allowed.insert({"--clean", "--no-clean"});
             status = runElevation(parse(args, 1, allowed), out, interactive);
         }
+        else if (args[0] == "points")
+        {
+            status = runPoints(parse(args, 1, {"--srs", "--max-points-per-tile", "--lod-factor", "--max-memory",
+                                               "--quiet"}),
+                               out, interactive);
+        }
         else if (args[0] == "earth")
         {
             return runEarth(parse(args, 1, {"--name", "--image", "--elevation"}), out);
         }
         else
         {
-            throw UsageError("unknown command '" + args[0] + "' (image, elevation or earth)");
+            throw UsageError("unknown command '" + args[0] + "' (image, elevation, points or earth)");
         }
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         char elapsed[32];

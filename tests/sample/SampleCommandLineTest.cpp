@@ -32,6 +32,7 @@ TEST(CxsampleCommand, MalformedCommandsGiveStatus2)
         {{out, "--dem"}, "--dem needs a value"},
         {{out, "--seed", "twelve"}, "--seed wants a whole number"},
         {{out, "--seed", "-3"}, "--seed wants a whole number"},
+        {{out, "--cloud-points", "many"}, "--cloud-points wants a whole number"},
         {{out, out + "2"}, "one output folder only"},
     };
     for (const auto& [args, message] : cases)

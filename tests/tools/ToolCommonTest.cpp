@@ -91,6 +91,53 @@ TEST(OutputFile, AnInterruptRemovesThePendingFileAndEndsTheProcessAsTheSignalWou
     }
 }
 
+TEST(OutputFile, AnInterruptRemovesThePendingFolderWithEverythingBelowIt)
+{
+    cxtest::TempDir dir;
+    const fs::path pending = dir.path() / "set.tmp";
+    const fs::path kept = dir.path() / "kept";
+    const pid_t child = ::fork();
+    if (child == 0)
+    {
+        // Files and folders several levels deep, more than one read of the
+        // folder takes, and a folder that was released.
+        fs::create_directories(pending);
+        for (int i = 0; i < 300; ++i)
+            std::ofstream(pending / ("file-with-a-long-name-" + std::to_string(i) + ".osgb")).close();
+        fs::create_directories(pending / "0123" / "4567" / "spill");
+        std::ofstream(pending / "0123" / "4567" / "r01234567.osgb") << "tile";
+        std::ofstream(pending / "0123" / "4567" / "spill" / "spill1.bin") << "points";
+        fs::create_directories(kept / "inner");
+        {
+            cxtool::PendingFolder released(kept.string());
+        }
+        cxtool::PendingFolder mark(pending.string());
+        cxtool::removeOutputOnInterrupt();
+        std::raise(SIGTERM);
+        ::_exit(0);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM);
+    EXPECT_FALSE(fs::exists(pending)) << "the pending folder stayed";
+    EXPECT_TRUE(fs::exists(kept / "inner")) << "a released folder was removed";
+}
+
+TEST(OutputFile, RemovingATreeNowTakesFoldersAndFilesAndNotesAMissingOne)
+{
+    cxtest::TempDir dir;
+    const fs::path tree = dir.path() / "tree";
+    fs::create_directories(tree / "a" / "b");
+    std::ofstream(tree / "a" / "b" / "c.bin") << "x";
+    std::ofstream(tree / "top.txt") << "y";
+    EXPECT_TRUE(cxtool::removeTreeNow(tree.string().c_str()));
+    EXPECT_FALSE(fs::exists(tree));
+    EXPECT_TRUE(cxtool::removeTreeNow(tree.string().c_str())) << "nothing to remove is done";
+    std::ofstream(dir.path() / "single") << "z";
+    EXPECT_TRUE(cxtool::removeTreeNow((dir.path() / "single").string().c_str()));
+    EXPECT_FALSE(fs::exists(dir.path() / "single"));
+}
+
 TEST(StatusLine, EachTenthIsReachedOnceAndTheWholeNever)
 {
     std::ostringstream out;
