@@ -47,6 +47,43 @@ void addPartitionCamera(osgViewer::View& view, const osg::Camera& master, osg::G
     slave._updateSlaveCallback = callback;
 }
 
+// The main camera's state set is the global state of its slaves. Making a
+// slave's renderer gives that state set a default light model (ambient 0.1)
+// and the default light's modes, over what the view had put there (the
+// globe's sky puts its minimum ambient in the light model). While it lives,
+// this keeps the state set's attributes and modes as they were.
+class MasterStateKeeper
+{
+public:
+    explicit MasterStateKeeper(osg::Camera& master)
+        : _stateSet(master.getOrCreateStateSet()), _attributes(_stateSet->getAttributeList()),
+          _modes(_stateSet->getModeList())
+    {
+    }
+    ~MasterStateKeeper()
+    {
+        for (const auto& [key, attribute] : osg::StateSet::AttributeList(_stateSet->getAttributeList()))
+            if (_attributes.find(key) == _attributes.end())
+                _stateSet->removeAttribute(key.first, key.second);
+        for (const auto& [key, attribute] : _attributes)
+            if (_stateSet->getAttributePair(key.first, key.second) == nullptr ||
+                *_stateSet->getAttributePair(key.first, key.second) != attribute)
+                _stateSet->setAttribute(attribute.first.get(), attribute.second);
+        for (const auto& [mode, value] : osg::StateSet::ModeList(_stateSet->getModeList()))
+            if (_modes.find(mode) == _modes.end())
+                _stateSet->removeMode(mode);
+        for (const auto& [mode, value] : _modes)
+            _stateSet->setMode(mode, value);
+    }
+    MasterStateKeeper(const MasterStateKeeper&) = delete;
+    MasterStateKeeper& operator=(const MasterStateKeeper&) = delete;
+
+private:
+    osg::ref_ptr<osg::StateSet> _stateSet;
+    const osg::StateSet::AttributeList _attributes;
+    const osg::StateSet::ModeList _modes;
+};
+
 } // namespace
 
 bool CXViewer::GetDepthPartitionEnable()
@@ -97,6 +134,7 @@ bool CXViewer::setUpDepthPartition()
 
     // The far camera keeps a camera's default clear mask; the near one clears
     // depth only, so that the far camera's picture stays.
+    const MasterStateKeeper keeper(*cameraToPartition);
     addPartitionCamera(*view, *cameraToPartition, context.get(), viewport.get(), "farcamera", false,
                        new MyNewUpdateSlaveCallback(dps.get(), 1), useMastersSceneData, projectionOffset, viewOffset);
     addPartitionCamera(*view, *cameraToPartition, context.get(), viewport.get(), "nearcamera", true,
@@ -159,6 +197,7 @@ void CXViewer::ToggleDepthPartition()
     // leaves empty is painted by a backdrop drawn in the far pass (the
     // globe's sky) or else shows the colour that the context clears to after
     // each swap: the main camera's clear colour.
+    const MasterStateKeeper keeper(*camera);
     addPartitionCamera(*view, *camera, context.get(), viewport.get(), "farcamera", true,
                        new MyNewUpdateSlaveCallback(dps.get(), 1), true, osg::Matrixd(), osg::Matrixd());
     addPartitionCamera(*view, *camera, context.get(), viewport.get(), "nearcamera", true,

@@ -7,6 +7,7 @@
 
 #include <rendering/MyNewUpdateSlaveCallback>
 
+#include <osg/LightModel>
 #include <osg/MatrixTransform>
 
 #include <cmath>
@@ -139,9 +140,20 @@ TEST_F(DepthPartition, SecondToggleDrawsTheBoxAndTheEarthWithoutDepthFighting)
 {
     frames(1);
     osg::GraphicsContext* context = view()->getCamera()->getGraphicsContext();
+    // The main camera's state set is the slaves' global state: what the view
+    // put there stays, though each new slave's renderer sets its defaults.
+    osg::StateSet* global = view()->getCamera()->getOrCreateStateSet();
+    osg::ref_ptr<osg::LightModel> lightModel = new osg::LightModel;
+    lightModel->setAmbientIntensity(osg::Vec4(0.7f, 0.7f, 0.7f, 1.0f));
+    global->setAttributeAndModes(lightModel.get());
+    global->setMode(GL_LIGHTING, osg::StateAttribute::OFF);
+    const unsigned int modes = static_cast<unsigned int>(global->getModeList().size());
     viewer->ToggleDepthPartition(); // nothing to switch off
     viewer->ToggleDepthPartition(); // on
     EXPECT_TRUE(viewer->GetDepthPartitionEnable());
+    EXPECT_EQ(global->getAttribute(osg::StateAttribute::LIGHTMODEL), lightModel.get());
+    EXPECT_EQ(global->getMode(GL_LIGHTING), static_cast<osg::StateAttribute::GLModeValue>(osg::StateAttribute::OFF));
+    EXPECT_EQ(global->getModeList().size(), modes);
 
     ASSERT_EQ(view()->getNumSlaves(), 2u);
     osg::Camera* farCamera = view()->getSlave(0)._camera.get();
