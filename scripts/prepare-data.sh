@@ -12,6 +12,8 @@
 #   BASE/data/objects.db                 the object store the viewer reads (cxstore build)
 #   BASE/oblique/                        an oblique photography dataset: metadata.xml and
 #                                        Data/Tile_*/ pyramids of paged .osgb tiles (cxsample)
+#   BASE/skybox/{posx,negx,posy,negy,posz,negz}.png
+#                                        a sky box's cube map: stars, a glow along the horizon (cxsample)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
@@ -158,10 +160,16 @@ objects_csv="$base/data/objects.csv"
 objects_db="$base/data/objects.db"
 need_tool "$sampler"
 need_tool "$store"
-if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]]; then
-  say "up to date: $objects_csv, $base/models and $base/oblique"
+skybox_faces=()
+for face in posx negx posy negy posz negz; do skybox_faces+=("$base/skybox/$face.png"); done
+skybox_complete() {
+  local f
+  for f in "${skybox_faces[@]}"; do [[ -s "$f" ]] || return 1; done
+}
+if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]] && skybox_complete; then
+  say "up to date: $objects_csv, $base/models, $base/oblique and $base/skybox"
 else
-  say "making the scene objects: $base/models, $base/oblique and $objects_csv"
+  say "making the scene objects: $base/models, $base/oblique, $base/skybox and $objects_csv"
   "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 

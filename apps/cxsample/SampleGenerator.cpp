@@ -5,6 +5,7 @@
 #include "GroundHeights.h"
 #include "ObjectsCsv.h"
 #include "ObliqueSample.h"
+#include "SkyBoxImages.h"
 
 #include <algorithm>
 #include <cmath>
@@ -189,6 +190,10 @@ GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* p
         *progress << "wrote " << oblique.folder << ": " << oblique.tiles << " tiles, " << oblique.files << " files ("
                   << megabytes(oblique.bytes) << ")\n"
                   << std::flush;
+
+    // The sky box's cube map, also before the table.
+    const SkyBoxSummary sky = writeSkyBoxImages(options.outputDir, options.seed, progress);
+    summary.skyBoxFolder = sky.folder;
 
     writeObjectsCsv(csvPath.string(), rows);
 

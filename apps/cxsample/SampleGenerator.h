@@ -6,6 +6,8 @@
 //                          OUT/models/ (the viewer's model root)
 //   OUT/oblique/           an oblique photography dataset of a few blocks
 //                          (metadata.xml, Data/Tile_*/*.osgb; ObliqueSample.h)
+//   OUT/skybox/            a sky box's cube map: six faces posx, negx, posy,
+//                          negy, posz, negz.png (SkyBoxImages.h)
 // The same seed gives the same files, byte for byte.
 #ifndef CXSAMPLE_SAMPLEGENERATOR_H
 #define CXSAMPLE_SAMPLEGENERATOR_H
@@ -45,6 +47,7 @@ struct GeneratorSummary
     std::string csvPath;
     std::string modelsDir;
     std::string obliqueFolder;
+    std::string skyBoxFolder;
 };
 
 /** Plans and writes the sample, with progress lines on `progress` (none when
