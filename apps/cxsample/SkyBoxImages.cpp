@@ -117,7 +117,7 @@ std::vector<Star> makeStars(std::uint64_t seed)
         const double magnitude = std::log(low + (high - low) * random.uniform()) / std::log(3.0);
         // Brighter than the sky has them, so that the fainter ones show on a
         // screen at all.
-        const double brightness = std::min(1.6, std::pow(10.0, -0.28 * (magnitude - 1.0)));
+        const double brightness = std::min(1.6, std::pow(10.0, -0.2 * (magnitude - 1.5)));
         const osg::Vec3 tint = mix(osg::Vec3(0.72f, 0.82f, 1.0f), osg::Vec3(1.0f, 0.86f, 0.66f), random.uniform());
         star.colour = tint * static_cast<float>(brightness);
         stars.push_back(star);
