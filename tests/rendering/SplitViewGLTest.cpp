@@ -72,6 +72,10 @@ TEST_F(SplitView, CreateMakesTheViceViewOnTheRightHalf)
     frames(1);
     osgViewer::CompositeViewer* composite = viewer->getCompositeViewer();
     ASSERT_EQ(composite->getNumViews(), 1u);
+    // Nothing of the split view before it is made.
+    EXPECT_EQ(viewer->GetModels(), nullptr);
+    EXPECT_EQ(viewer->GetViceModels(), nullptr);
+    EXPECT_EQ(viewer->GetViceView(), nullptr);
     viewer->createViceView();
 
     osgViewer::View* vice = viewer->GetViceView();
