@@ -12,6 +12,8 @@
 #   BASE/data/objects.db                 the object store the viewer reads (cxstore build)
 #   BASE/oblique/                        an oblique photography dataset: metadata.xml and
 #                                        Data/Tile_*/ pyramids of paged .osgb tiles (cxsample)
+#   BASE/icon/Compass.PNG, BASE/icon/plate.PNG, BASE/myselftest/data/mapscale.png
+#                                        the pictures of the heads-up display (cxsample)
 #   BASE/skybox/{posx,negx,posy,negy,posz,negz}.png
 #                                        a sky box's cube map: stars, a glow along the horizon (cxsample)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
@@ -160,16 +162,15 @@ objects_csv="$base/data/objects.csv"
 objects_db="$base/data/objects.db"
 need_tool "$sampler"
 need_tool "$store"
+hud_images=("$base/icon/Compass.PNG" "$base/icon/plate.PNG" "$base/myselftest/data/mapscale.png")
 skybox_faces=()
 for face in posx negx posy negy posz negz; do skybox_faces+=("$base/skybox/$face.png"); done
-skybox_complete() {
-  local f
-  for f in "${skybox_faces[@]}"; do [[ -s "$f" ]] || return 1; done
-}
-if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]] && skybox_complete; then
-  say "up to date: $objects_csv, $base/models, $base/oblique and $base/skybox"
+all_files() { local f; for f in "$@"; do [[ -f "$f" ]] || return 1; done; }
+if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]] \
+   && all_files "${hud_images[@]}" && all_files "${skybox_faces[@]}"; then
+  say "up to date: $objects_csv, $base/models, $base/oblique, the HUD pictures and $base/skybox"
 else
-  say "making the scene objects: $base/models, $base/oblique, $base/skybox and $objects_csv"
+  say "making the scene objects, the HUD pictures and the sky box: $base/models, $base/oblique, $base/icon, $base/skybox and $objects_csv"
   "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 

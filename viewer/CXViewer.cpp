@@ -1,6 +1,7 @@
 // Construction, start-up and shut-down of the viewer object.
 #include <viewer/CXViewer>
 
+#include <labels/CLableControlEventHandler>
 #include <oblique/ReadosgbCallback>
 
 #include <objects/CmdProcessEventHandler>
@@ -60,6 +61,11 @@ void CXViewer::UnInitOSG()
     // Time for the paging thread to wind down before the view goes.
     std::this_thread::sleep_for(std::chrono::milliseconds(1000));
     compositeViewer->removeView(mainView.get());
+    // The HUD handler holds the view that holds it: let go of the view, so
+    // that the view, its handlers and its scene go now.
+    if (labelHandler)
+        labelHandler->view = nullptr;
+    labelHandler = nullptr;
     mainView = nullptr;
     compositeViewer->stopThreading();
     OBJManage::GetObjManager()->Release();

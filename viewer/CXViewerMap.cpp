@@ -129,11 +129,6 @@ void CXViewer::InitOsgEarth()
     g_pCXviewer->mapNode->addChild(pipeLines.get());
 }
 
-void CXViewer::addearthLabel()
-{
-    // The region labels join when the label module lands.
-}
-
 namespace
 {
 

@@ -4,6 +4,7 @@
 
 #include <globe/Style>
 #include <navigation/CXEarthManipulator>
+#include <pointcloud/pagelodCullCallBack>
 
 #include <osg/Material>
 #include <osg/Uniform>
@@ -48,7 +49,10 @@ void CXViewer::InitSceneGraph()
 
     building->getOrCreateStateSet()->setRenderBinDetails(1, "RenderBin", osg::StateSet::USE_RENDERBIN_DETAILS);
 
+    // Point clouds: the cull callback spreads from here over every cloud and
+    // rebuilds each root's table of visible tiles at every cull.
     LiDAR = new osg::Group;
+    LiDAR->setCullCallback(new pagelodCullCallBack);
     osg::StateSet* lidarState = LiDAR->getOrCreateStateSet();
     lidarState->addUniform(new osg::Uniform("PotreeMinSize", 1.0f), osg::StateAttribute::ON);
     lidarState->addUniform(new osg::Uniform("PotreeMaxSize", 18.0f), osg::StateAttribute::ON);

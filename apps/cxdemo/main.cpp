@@ -1,10 +1,12 @@
 // cxdemo: a small X11 host for the library. It makes its own window, hands it
 // to CXViewer, drives the frames, and can write the last frame to a PNG.
 //
-//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N] [--snapshot FILE.png]
-//          [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle] [--keys KEYS]
+//   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--pointcloud FILE] [--frames N]
+//          [--snapshot FILE.png] [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
+//          [--labels] [--keys KEYS]
 
 #include "DemoKeys.h"
+#include "LabelKeys.h"
 #include "ProcessMemory.h"
 #include "WindowCapture.h"
 #include "X11HostWindow.h"
@@ -15,6 +17,7 @@
 #include <objects/CObjManager>
 #include <oblique/ObliqueDataset>
 
+#include <osgDB/ReadFile>
 #include <osgDB/WriteFile>
 
 #include <chrono>
@@ -39,6 +42,7 @@ struct Options
     std::string modelRoot;
     std::string store;
     std::string oblique;
+    std::string pointcloud;
     long frames = -1; // until the window closes
     std::string snapshot;
     int width = 1280;
@@ -48,6 +52,8 @@ struct Options
     double longitude = 0.0, latitude = 0.0, range = 0.0, heading = 0.0, pitch = -90.0;
     /** Stop once the flights have landed and the pager is idle. */
     bool settle = false;
+    /** Show the region labels from the start. */
+    bool labels = false;
     /** Keys pressed once the view has settled. */
     std::string keys;
 };
@@ -97,12 +103,15 @@ void usage(const char* program)
     std::fprintf(stderr,
                  "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N]\n"
                  "          [--snapshot FILE.png] [--size WIDTHxHEIGHT]\n"
-                 "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle] [--keys KEYS]\n"
+                 "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle] [--pointcloud FILE]\n"
+                 "          [--labels] [--keys KEYS]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
                  "  --store       the object store (default: BASE/data/objects.db)\n"
                  "  --oblique     an oblique photography dataset, a folder with metadata.xml and\n"
                  "                Data/Tile_*/ (default: BASE/oblique, when it is there)\n"
+                 "  --pointcloud  the root file of a point cloud tile set made by cxtiler points\n"
+                 "                (default: BASE/pointcloud/beijing/cloud.osgb, when it is there)\n"
                  "  --frames      number of frames to draw, then exit (default: until the window closes)\n"
                  "  --snapshot    write the last frame to this PNG file\n"
                  "  --size        window size (default 1280x720)\n"
@@ -111,11 +120,14 @@ void usage(const char* program)
                  "                in degrees (default 0,-90: north up, looking straight down)\n"
                  "  --settle      exit once the flights have landed and every tile of the view is in\n"
                  "                (at the latest after --frames)\n"
+                 "  --labels      show the region labels from the start (the key n shows and hides them)\n"
                  "  --keys        press these keys once the view has settled, then settle again\n"
                  "                (e.g. --keys v --settle --snapshot split.png)\n"
                  "mouse: left drag pans, middle drag rotates, right drag or wheel zooms; arrow keys pan;\n"
                  "space flies home\n"
-                 "keys:\n%s",
+                 "keys:\n"
+                 "  n  region labels on/off\n"
+                 "%s",
                  program, CXDEMO_DEFAULT_DATA_DIR, cxdemo::DemoKeys::help());
 }
 
@@ -146,6 +158,8 @@ bool parse(int argc, char** argv, Options& options)
             options.store = v;
         else if (arg == "--oblique" && (v = value("--oblique")))
             options.oblique = v;
+        else if (arg == "--pointcloud" && (v = value("--pointcloud")))
+            options.pointcloud = v;
         else if (arg == "--frames" && (v = value("--frames")))
         {
             char* end = nullptr;
@@ -168,6 +182,8 @@ bool parse(int argc, char** argv, Options& options)
         }
         else if (arg == "--settle")
             options.settle = true;
+        else if (arg == "--labels")
+            options.labels = true;
         else if (arg == "--keys" && (v = value("--keys")))
             options.keys = v;
         else if (arg == "--size" && (v = value("--size")))
@@ -230,6 +246,13 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    // The heads-up display (position under the mouse, scale bar, compass),
+    // and the key for the region labels.
+    viewer->addViewPointLable();
+    osg::ref_ptr<cxdemo::LabelKeys> labelKeys = new cxdemo::LabelKeys(viewer->earthLabelGroup.get());
+    labelKeys->setShown(options.labels);
+    viewer->getViewer()->addEventHandler(labelKeys.get());
+
     // The scene objects: buildings, terrain models and pipes of the store,
     // paged by their quadtrees. The terrain models' group is the host's to
     // place; the demo shows it with the rest.
@@ -250,6 +273,23 @@ int main(int argc, char** argv)
                         oblique->getNumChildren(), message.empty() ? "" : "; ", message.c_str());
         else
             std::fprintf(stderr, "cxdemo: no oblique dataset: %s\n", message.c_str());
+    }
+
+    // The point cloud, paged by its octree under the LiDAR group, whose cull
+    // callback sizes the points by the depth of the octree drawn at each.
+    const std::string cloudFile =
+        options.pointcloud.empty() ? options.basePath + "/pointcloud/beijing/cloud.osgb" : options.pointcloud;
+    if (!options.pointcloud.empty() || std::filesystem::is_regular_file(cloudFile))
+    {
+        if (osg::ref_ptr<osg::Node> cloud = osgDB::readNodeFile(cloudFile))
+        {
+            viewer->getLiDAR()->addChild(cloud.get());
+            std::printf("cxdemo: point cloud %s\n", cloudFile.c_str());
+        }
+        else
+        {
+            std::fprintf(stderr, "cxdemo: cannot read the point cloud %s\n", cloudFile.c_str());
+        }
     }
 
     // The demo's keys for the rendering modes.

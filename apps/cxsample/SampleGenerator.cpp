@@ -3,6 +3,7 @@
 #include "CityPlan.h"
 #include "Error.h"
 #include "GroundHeights.h"
+#include "HudImages.h"
 #include "ObjectsCsv.h"
 #include "ObliqueSample.h"
 #include "SkyBoxImages.h"
@@ -189,6 +190,13 @@ GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* p
     if (progress)
         *progress << "wrote " << oblique.folder << ": " << oblique.tiles << " tiles, " << oblique.files << " files ("
                   << megabytes(oblique.bytes) << ")\n"
+                  << std::flush;
+
+    // The pictures of the viewer's heads-up display, before the table too.
+    summary.hudImages = writeHudImages(options.outputDir);
+    if (progress)
+        *progress << "wrote the HUD pictures " << kCompassImagePath << ", " << kPlateImagePath << " and "
+                  << kScaleBarImagePath << "\n"
                   << std::flush;
 
     // The sky box's cube map, also before the table.

@@ -6,6 +6,9 @@
 //                          OUT/models/ (the viewer's model root)
 //   OUT/oblique/           an oblique photography dataset of a few blocks
 //                          (metadata.xml, Data/Tile_*/*.osgb; ObliqueSample.h)
+//   OUT/icon/, OUT/myselftest/data/mapscale.png
+//                          the pictures of the viewer's heads-up display
+//                          (HudImages.h)
 //   OUT/skybox/            a sky box's cube map: six faces posx, negx, posy,
 //                          negy, posz, negz.png (SkyBoxImages.h)
 // The same seed gives the same files, byte for byte.
@@ -15,6 +18,7 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 namespace cxsample
 {
@@ -47,6 +51,7 @@ struct GeneratorSummary
     std::string csvPath;
     std::string modelsDir;
     std::string obliqueFolder;
+    std::vector<std::string> hudImages;
     std::string skyBoxFolder;
 };
 

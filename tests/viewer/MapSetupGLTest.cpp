@@ -258,7 +258,10 @@ TEST_F(MapSetupWithoutData, SceneStaysMaplessAndKeepsItsManipulator)
     ASSERT_TRUE(v.mapNode.valid()) << "the map node is never null";
     EXPECT_EQ(v.mapNode->getNumParents(), 0u);
     EXPECT_EQ(v.mapNode->getMap()->getNumLayers(), 0u);
-    EXPECT_EQ(v.mapNode->getNumChildren(), 0u);
+    // Only the region labels went to the empty map, hidden.
+    ASSERT_EQ(v.mapNode->getNumChildren(), 1u);
+    EXPECT_EQ(v.mapNode->getChild(0), v.earthLabelGroup.get());
+    EXPECT_EQ(v.earthLabelGroup->getNodeMask(), 0u);
     ASSERT_TRUE(v.earthManipulator.valid());
     EXPECT_NE(v.getViewer()->getCameraManipulator(), v.earthManipulator.get());
     EXPECT_NE(dynamic_cast<CXEarthManipulator*>(v.getViewer()->getCameraManipulator()), nullptr);

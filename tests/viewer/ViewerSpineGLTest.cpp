@@ -5,6 +5,7 @@
 
 #include <navigation/CXEarthManipulator>
 #include <objects/CmdProcessEventHandler>
+#include <pointcloud/pagelodCullCallBack>
 
 #include <osg/Uniform>
 #include <osgGA/StateSetManipulator>
@@ -85,6 +86,7 @@ TEST_F(ViewerSpine, TreeHasParentsNamesBinsModesAndUniforms)
     EXPECT_FLOAT_EQ(uniformValue(lidar, "PotreeMinSize"), 1.0f);
     EXPECT_FLOAT_EQ(uniformValue(lidar, "PotreeMaxSize"), 18.0f);
     EXPECT_FLOAT_EQ(uniformValue(lidar, "PotreeDrawmode"), 0.0f);
+    EXPECT_NE(dynamic_cast<pagelodCullCallBack*>(v.getLiDAR()->getCullCallback()), nullptr);
 
     EXPECT_EQ(v.getbuilding_forProperty()->getStateSet()->getMode(GL_BLEND), osg::StateAttribute::ON);
 }

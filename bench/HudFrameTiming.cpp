@@ -1,0 +1,257 @@
+// What the heads-up display's handler costs a frame, on the real sample
+// data, on an X display (run it under xvfb-run when there is none).
+//
+//   bench_hud_frames [--base-path DIR] [--size WIDTHxHEIGHT] [--rounds N]
+//
+// At three heights (the start view from space, 150 km over the Himalaya,
+// 2 km over the ground looking at the horizon), with the mouse over the
+// ground, it times CLableControlEventHandler's work of a FRAME event (the
+// HUD's viewports, its two ground picks at the window's centre, the pick
+// under the mouse and the texts), and on their own the two centre picks and
+// the mouse pick, against the cull traversal of the frames drawn in the same
+// run, interleaved; it prints the medians, the handler's share of the cull
+// and, for scale, the median time of a whole frame.
+#include "X11HostWindow.h"
+
+#include <viewer/CXViewer>
+
+#include <globe/EarthManipulator>
+#include <globe/IntersectionPicker>
+#include <labels/CLableControlEventHandler>
+
+#include <osg/Stats>
+#include <osgViewer/GraphicsWindow>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+double median(std::vector<double> values)
+{
+    if (values.empty())
+        return 0.0;
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double millisecondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+struct View
+{
+    const char* name;
+    double lon, lat, heading, pitch, range;
+};
+
+class Bench
+{
+public:
+    Bench(cxhost::X11HostWindow& window, const std::string& basePath) : _window(window)
+    {
+        _viewer = new CXViewer(window.handle());
+        _viewer->basePath = basePath;
+        _viewer->InitOSG();
+        _viewer->addViewPointLable();
+        _handler = _viewer->labelHandler;
+        _manipulator = dynamic_cast<globe::EarthManipulator*>(_viewer->getViewer()->getCameraManipulator());
+        _viewer->getViewer()->getCamera()->getStats()->collectStats("rendering", true);
+    }
+
+    ~Bench() { _viewer->UnInitOSG(); }
+
+    bool valid() const { return _manipulator && _handler && !_viewer->getCompositeViewer()->done(); }
+
+    /** Draws a frame; its time in milliseconds. */
+    double frame()
+    {
+        _window.processEvents();
+        const Clock::time_point start = Clock::now();
+        _viewer->getCompositeViewer()->frame();
+        return millisecondsSince(start);
+    }
+
+    bool settle()
+    {
+        osgDB::DatabasePager* pager = _viewer->getViewer()->getDatabasePager();
+        const Clock::time_point start = Clock::now();
+        int idle = 0;
+        while (idle < 10 && std::chrono::duration<double>(Clock::now() - start).count() < 180.0)
+        {
+            frame();
+            idle = (_manipulator->isSettingViewpoint() || pager->getRequestsInProgress()) ? 0 : idle + 1;
+        }
+        return idle >= 10;
+    }
+
+    bool go(const View& v)
+    {
+        _manipulator->setViewpoint(_manipulator->createViewpoint(v.lon, v.lat, 0.0, v.heading, v.pitch, v.range), 0.0);
+        return settle();
+    }
+
+    /** Puts the mouse at a window position (origin bottom left) through the
+      * graphics window's event queue, as the X server does, and draws a
+      * frame so that the view takes it in. */
+    void mouseAt(double x, double y)
+    {
+        auto* window = dynamic_cast<osgViewer::GraphicsWindow*>(_viewer->graphicsContext);
+        const osg::Viewport* viewport = _viewer->getViewer()->getCamera()->getViewport();
+        window->getEventQueue()->mouseMotion(static_cast<float>(x), static_cast<float>(viewport->height() - y));
+        frame();
+        frame();
+    }
+
+    /** The cull traversal of the last frame, in milliseconds. */
+    double lastCull() const
+    {
+        osg::Stats* stats = _viewer->getViewer()->getCamera()->getStats();
+        double seconds = 0.0;
+        const unsigned int frameNumber = _viewer->getViewer()->getFrameStamp()->getFrameNumber();
+        if (stats->getAttribute(frameNumber, "Cull traversal time taken", seconds))
+            return seconds * 1000.0;
+        return -1.0;
+    }
+
+    /** The handler's work of one FRAME event at the view's mouse position. */
+    double handlerFrame()
+    {
+        osgViewer::View* view = _viewer->getViewer();
+        osg::ref_ptr<osgGA::GUIEventAdapter> event =
+            new osgGA::GUIEventAdapter(*view->getEventQueue()->getCurrentEventState());
+        event->setEventType(osgGA::GUIEventAdapter::FRAME);
+        const Clock::time_point start = Clock::now();
+        _handler->handle(*event, *view);
+        return millisecondsSince(start);
+    }
+
+    /** The two ground picks at the window's centre, as the handler makes them. */
+    double centrePicks()
+    {
+        osgViewer::View* view = _viewer->getViewer();
+        const osg::Viewport* viewport = view->getCamera()->getViewport();
+        const int cx = static_cast<int>(viewport->width()) / 2, cy = static_cast<int>(viewport->height()) / 2;
+        const Clock::time_point start = Clock::now();
+        const globe::IntersectionPicker picker(view, _viewer->mapNode.get(), 0xFFFFFFFFu, 5.0f,
+                                               globe::IntersectionPicker::LIMIT_NEAREST);
+        globe::IntersectionPicker::Hits hits;
+        _centreHits += picker.pick(static_cast<float>(cx), static_cast<float>(cy), hits);
+        _centreHits += picker.pick(static_cast<float>(cx + 1), static_cast<float>(cy), hits);
+        return millisecondsSince(start);
+    }
+
+    /** The pick under the mouse, as the handler makes it. */
+    double mousePick()
+    {
+        osgViewer::View* view = _viewer->getViewer();
+        const osgGA::GUIEventAdapter* state = view->getEventQueue()->getCurrentEventState();
+        osgUtil::LineSegmentIntersector::Intersections hits;
+        const Clock::time_point start = Clock::now();
+        _mouseHits += view->computeIntersections(state->getX(), state->getY(), _handler->nodePath, hits, 0xFFFFFFFFu);
+        return millisecondsSince(start);
+    }
+
+    std::string positionText() const { return _handler->coordinateLabel->text(); }
+    std::string scaleText() const { return _handler->scaleLabel->text(); }
+    int centreHits() const { return _centreHits; }
+    int mouseHits() const { return _mouseHits; }
+
+private:
+    cxhost::X11HostWindow& _window;
+    osg::ref_ptr<CXViewer> _viewer;
+    CLableControlEventHandler* _handler = nullptr;
+    globe::EarthManipulator* _manipulator = nullptr;
+    int _centreHits = 0;
+    int _mouseHits = 0;
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::string basePath = std::getenv("CXVIEWER_SAMPLE_DIR") ? std::getenv("CXVIEWER_SAMPLE_DIR") : "sample";
+    int width = 1280, height = 720, rounds = 5;
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string arg = argv[i];
+        if (arg == "--base-path" && i + 1 < argc)
+            basePath = argv[++i];
+        else if (arg == "--rounds" && i + 1 < argc)
+            rounds = std::max(1, std::atoi(argv[++i]));
+        else if (arg == "--size" && i + 1 < argc && std::sscanf(argv[++i], "%dx%d", &width, &height) == 2)
+            continue;
+        else
+        {
+            std::fprintf(stderr, "usage: %s [--base-path DIR] [--size WIDTHxHEIGHT] [--rounds N]\n", argv[0]);
+            return 2;
+        }
+    }
+
+    cxhost::X11HostWindow window(width, height, "bench_hud_frames");
+    if (!window.isValid())
+    {
+        std::fprintf(stderr, "bench_hud_frames: %s (is DISPLAY set?)\n", window.error().c_str());
+        return 1;
+    }
+    Bench bench(window, basePath);
+    if (!bench.valid())
+    {
+        std::fprintf(stderr, "bench_hud_frames: no globe under %s\n", basePath.c_str());
+        return 1;
+    }
+    if (!bench.settle())
+    {
+        std::fprintf(stderr, "bench_hud_frames: the start view did not settle\n");
+        return 1;
+    }
+
+    const View views[] = {
+        {"from space (20,929 km)", 109.0, 32.0, 0.0, -90.0, 20928182.0},
+        {"150 km over the Himalaya, 45 degrees down", 86.925, 27.988, 0.0, -45.0, 150000.0},
+        {"2 km over Western Australia, at the horizon", 117.8, -21.7, 0.0, -10.0, 2000.0 / std::sin(0.17453)},
+    };
+    constexpr int kFramesPerRound = 40;
+    std::printf("%dx%d, %d rounds of %d frames; per frame the cull traversal, the handler's FRAME work, the two\n"
+                "centre picks and the mouse pick, interleaved; medians\n",
+                width, height, rounds, kFramesPerRound);
+    for (const View& view : views)
+    {
+        if (!bench.go(view))
+        {
+            std::fprintf(stderr, "bench_hud_frames: %s did not settle\n", view.name);
+            return 1;
+        }
+        // The mouse over the ground, a little off the centre and below it.
+        bench.mouseAt(0.55 * width, 0.4 * height);
+        std::vector<double> frames, culls, handler, centre, mouse;
+        for (int r = 0; r < rounds; ++r)
+            for (int f = 0; f < kFramesPerRound; ++f)
+            {
+                frames.push_back(bench.frame());
+                const double cull = bench.lastCull();
+                if (cull >= 0.0)
+                    culls.push_back(cull);
+                handler.push_back(bench.handlerFrame());
+                centre.push_back(bench.centrePicks());
+                mouse.push_back(bench.mousePick());
+            }
+        const double c = median(culls), h = median(handler), p = median(centre), m = median(mouse);
+        std::printf("%s:\n  position \"%s\", scale \"%s\"\n", view.name, bench.positionText().c_str(),
+                    bench.scaleText().c_str());
+        std::printf("  cull traversal %.3f ms; handler %.3f ms a frame (%.1f %% of the cull): two centre picks "
+                    "%.3f ms, mouse pick %.3f ms; the whole frame %.2f ms\n",
+                    c, h, c > 0.0 ? 100.0 * h / c : 0.0, p, m, median(frames));
+    }
+    std::printf("picks that hit: %d centre, %d mouse\n", bench.centreHits(), bench.mouseHits());
+    return 0;
+}
