@@ -206,6 +206,30 @@ void setComputeNearFarModeKeepingInheritance(osgUtil::CullVisitor& cv, osg::Cull
     cv.setInheritanceMask(mask);
 }
 
+// Whether the pass of `stage` paints the backdrop: the pass that clears the
+// picture; or, where the view's main camera has handed its drawing to slave
+// cameras of which none clears colour (a depth partition whose far pass too
+// clears depth only), the first of those slaves on the same context, which
+// draws first: the far pass.
+bool paintsBackdrop(const osgUtil::RenderStage& stage)
+{
+    if (stage.getClearMask() & GL_COLOR_BUFFER_BIT)
+        return true;
+    const osg::Camera* camera = stage.getCamera();
+    const osg::View* view = camera ? camera->getView() : nullptr;
+    const osg::Camera* master = view ? view->getCamera() : nullptr;
+    if (!master || master == camera || master->getGraphicsContext() || !camera->getGraphicsContext())
+        return false;
+    for (unsigned int i = 0; i < view->getNumSlaves(); ++i)
+    {
+        const osg::Camera* slave = view->getSlave(i)._camera.get();
+        if (!slave || slave->getGraphicsContext() != camera->getGraphicsContext())
+            continue;
+        return slave == camera && (slave->getClearMask() & GL_COLOR_BUFFER_BIT) == 0;
+    }
+    return false;
+}
+
 } // namespace
 
 SkyNode* SkyNode::create(osg::Node* mapNode)
@@ -449,9 +473,10 @@ void SkyNode::cullScenery(osg::NodeVisitor& nv)
     osgUtil::CullVisitor* cv = nv.asCullVisitor();
     if (!cv || !cv->getProjectionMatrix() || !cv->getModelViewMatrix())
         return;
-    // The backdrop belongs to the pass that clears the picture.
+    // The backdrop belongs to the pass that clears the picture, or to the far
+    // pass of a partition that clears depth only.
     osgUtil::RenderStage* stage = cv->getCurrentRenderStage();
-    if (!stage || (stage->getClearMask() & GL_COLOR_BUFFER_BIT) == 0)
+    if (!stage || !paintsBackdrop(*stage))
         return;
     double left = 0.0, right = 0.0, bottom = 0.0, top = 0.0, zNear = 0.0, zFar = 0.0;
     if (!cv->getProjectionMatrix()->getFrustum(left, right, bottom, top, zNear, zFar) || !(zNear > 0.0))

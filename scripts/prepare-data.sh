@@ -16,6 +16,8 @@
 #                                        the pictures of the heads-up display (cxsample)
 #   BASE/pointcloud/beijing.las          a point cloud of the business district, LAS 1.4 (cxsample)
 #   BASE/pointcloud/beijing/cloud.osgb   its paged octree of point tiles (cxtiler points)
+#   BASE/skybox/{posx,negx,posy,negy,posz,negz}.png
+#                                        a sky box's cube map: stars, a glow along the horizon (cxsample)
 # The tools cxtiler, cxsample and cxstore are built first if needed.
 #
 #   scripts/prepare-data.sh [BUILD_DIR] [BASE_PATH]
@@ -164,12 +166,14 @@ need_tool "$sampler"
 need_tool "$store"
 hud_images=("$base/icon/Compass.PNG" "$base/icon/plate.PNG" "$base/myselftest/data/mapscale.png")
 cloud_las="$base/pointcloud/beijing.las"
+skybox_faces=()
+for face in posx negx posy negy posz negz; do skybox_faces+=("$base/skybox/$face.png"); done
 all_files() { local f; for f in "$@"; do [[ -f "$f" ]] || return 1; done; }
 if up_to_date "$objects_csv" "$sampler" "$dem_db" "$image_db" && [[ -d "$base/models/buildings" && -f "$base/oblique/metadata.xml" ]] \
-   && all_files "${hud_images[@]}" "$cloud_las"; then
-  say "up to date: $objects_csv, $base/models, $base/oblique, the HUD pictures and $cloud_las"
+   && all_files "${hud_images[@]}" "${skybox_faces[@]}" "$cloud_las"; then
+  say "up to date: $objects_csv, $base/models, $base/oblique, the HUD pictures, $base/skybox and $cloud_las"
 else
-  say "making the scene objects, the HUD pictures and the point cloud: $base/models, $base/oblique, $base/icon, $cloud_las and $objects_csv"
+  say "making the scene objects, the HUD pictures, the sky box and the point cloud: $base/models, $base/oblique, $base/icon, $base/skybox, $cloud_las and $objects_csv"
   "$sampler" "$base" --dem "$dem_db" --image "$image_db"
 fi
 

@@ -3,11 +3,12 @@
 //
 //   cxdemo [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--pointcloud FILE] [--frames N]
 //          [--snapshot FILE.png] [--size WIDTHxHEIGHT] [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle]
-//          [--labels]
+//          [--labels] [--keys KEYS]
 
-#include "FrameCapture.h"
+#include "DemoKeys.h"
 #include "LabelKeys.h"
 #include "ProcessMemory.h"
+#include "WindowCapture.h"
 #include "X11HostWindow.h"
 
 #include <viewer/CXViewer>
@@ -53,6 +54,8 @@ struct Options
     bool settle = false;
     /** Show the region labels from the start. */
     bool labels = false;
+    /** Keys pressed once the view has settled. */
+    std::string keys;
 };
 
 // How long the flight to --viewpoint takes.
@@ -101,7 +104,7 @@ void usage(const char* program)
                  "usage: %s [--base-path DIR] [--model-root DIR] [--store FILE] [--oblique DIR] [--frames N]\n"
                  "          [--snapshot FILE.png] [--size WIDTHxHEIGHT]\n"
                  "          [--viewpoint LON,LAT,RANGE[,HEADING,PITCH]] [--settle] [--pointcloud FILE]\n"
-                 "          [--labels]\n"
+                 "          [--labels] [--keys KEYS]\n"
                  "  --base-path   installation directory with myselftest/ and data/base/ (default %s)\n"
                  "  --model-root  directory of the model files (default: BASE/models)\n"
                  "  --store       the object store (default: BASE/data/objects.db)\n"
@@ -118,9 +121,14 @@ void usage(const char* program)
                  "  --settle      exit once the flights have landed and every tile of the view is in\n"
                  "                (at the latest after --frames)\n"
                  "  --labels      show the region labels from the start (the key n shows and hides them)\n"
+                 "  --keys        press these keys once the view has settled, then settle again\n"
+                 "                (e.g. --keys v --settle --snapshot split.png)\n"
                  "mouse: left drag pans, middle drag rotates, right drag or wheel zooms; arrow keys pan;\n"
-                 "space flies home; n shows or hides the region labels\n",
-                 program, CXDEMO_DEFAULT_DATA_DIR);
+                 "space flies home\n"
+                 "keys:\n"
+                 "  n  region labels on/off\n"
+                 "%s",
+                 program, CXDEMO_DEFAULT_DATA_DIR, cxdemo::DemoKeys::help());
 }
 
 bool parse(int argc, char** argv, Options& options)
@@ -176,6 +184,8 @@ bool parse(int argc, char** argv, Options& options)
             options.settle = true;
         else if (arg == "--labels")
             options.labels = true;
+        else if (arg == "--keys" && (v = value("--keys")))
+            options.keys = v;
         else if (arg == "--size" && (v = value("--size")))
         {
             if (std::sscanf(v, "%dx%d", &options.width, &options.height) != 2 || options.width < 1 ||
@@ -282,9 +292,13 @@ int main(int argc, char** argv)
         }
     }
 
-    osg::ref_ptr<cxhost::FrameCapture> capture;
+    // The demo's keys for the rendering modes.
+    cxdemo::DemoKeys::install(viewer.get(), options.basePath);
+
+    // The whole window: all views and cameras, as shown.
+    osg::ref_ptr<cxhost::WindowCapture> capture;
     if (!options.snapshot.empty())
-        capture = cxhost::FrameCapture::install(viewer->getViewer()->getCamera());
+        capture = cxhost::WindowCapture::install(viewer->graphicsContext);
 
     // The start flight runs from the first frame; the requested view follows
     // once it has landed.
@@ -293,7 +307,7 @@ int main(int argc, char** argv)
     if (options.hasViewpoint && !onGlobe)
         std::fprintf(stderr, "cxdemo: no globe (the earth file did not load); --viewpoint is ignored\n");
     bool viewpointPending = options.hasViewpoint && onGlobe;
-    osgDB::DatabasePager* pager = viewer->getViewer()->getDatabasePager();
+    std::string pendingKeys = options.keys;
     int quietFrames = 0;
 
     long frame = 0;
@@ -302,8 +316,14 @@ int main(int argc, char** argv)
     {
         const auto start = std::chrono::steady_clock::now();
         bool last = options.frames > 0 && frame + 1 >= options.frames;
-        // A settled view: one more frame, captured.
-        if (options.settle && quietFrames >= kSettledFrames)
+        // A settled view: the keys of --keys, then one more frame, captured.
+        if (quietFrames >= kSettledFrames && !pendingKeys.empty())
+        {
+            cxdemo::pressKeys(*viewer, pendingKeys);
+            pendingKeys.clear();
+            quietFrames = 0;
+        }
+        else if (options.settle && quietFrames >= kSettledFrames)
             last = true;
         if (capture && (last || options.frames < 0))
             capture->arm();
@@ -320,7 +340,12 @@ int main(int argc, char** argv)
                                                                    options.heading, options.pitch, options.range),
                                       kViewpointFlightSeconds);
         }
-        const bool busy = flying || viewpointPending || (pager && pager->getRequestsInProgress());
+        // Every view's pager: the split view's second view has its own.
+        bool paging = false;
+        for (unsigned int i = 0; i < composite->getNumViews(); ++i)
+            if (osgDB::DatabasePager* pager = composite->getView(i)->getDatabasePager())
+                paging = paging || pager->getRequestsInProgress();
+        const bool busy = flying || viewpointPending || paging;
         quietFrames = busy ? 0 : quietFrames + 1;
         if (options.frames < 0 && !options.settle)
             std::this_thread::sleep_until(start + frameTime);

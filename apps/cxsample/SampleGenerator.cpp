@@ -7,6 +7,7 @@
 #include "ObjectsCsv.h"
 #include "ObliqueSample.h"
 #include "PointCloudSample.h"
+#include "SkyBoxImages.h"
 
 #include <algorithm>
 #include <cmath>
@@ -212,6 +213,10 @@ GeneratorSummary generateSample(const GeneratorOptions& options, std::ostream* p
                       << " water), " << kPointCloudCrs << "\n"
                       << std::flush;
     }
+
+    // The sky box's cube map, also before the table.
+    const SkyBoxSummary sky = writeSkyBoxImages(options.outputDir, options.seed, progress);
+    summary.skyBoxFolder = sky.folder;
 
     writeObjectsCsv(csvPath.string(), rows);
 

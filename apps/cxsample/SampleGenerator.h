@@ -11,6 +11,8 @@
 //                          (HudImages.h)
 //   OUT/pointcloud/beijing.las  a point cloud of the business district
 //                          (LAS 1.4; PointCloudSample.h)
+//   OUT/skybox/            a sky box's cube map: six faces posx, negx, posy,
+//                          negy, posz, negz.png (SkyBoxImages.h)
 // The same seed gives the same files, byte for byte.
 #ifndef CXSAMPLE_SAMPLEGENERATOR_H
 #define CXSAMPLE_SAMPLEGENERATOR_H
@@ -58,6 +60,7 @@ struct GeneratorSummary
     std::vector<std::string> hudImages;
     std::string pointCloud;
     std::uint64_t cloudPoints = 0;
+    std::string skyBoxFolder;
 };
 
 /** Plans and writes the sample, with progress lines on `progress` (none when
