@@ -8,6 +8,7 @@
 
 #include <osg/MatrixTransform>
 #include <osg/OperationThread>
+#include <osg/Uniform>
 #include <osgDB/ReadFile>
 #include <osgViewer/GraphicsWindow>
 
@@ -76,7 +77,9 @@ const char* DemoKeys::help()
            "  v  split view on/off: a second view on the right half, with a planned tower south of\n"
            "     the business district that only it shows, behind a dividing line\n"
            "  k  sky box on/off: the sample's cube map (BASE/skybox) around the globe, in place\n"
-           "     of the globe's space and stars\n";
+           "     of the globe's space and stars\n"
+           "  n  region labels on/off\n"
+           "  m  point clouds' draw mode: stored colour, class, height, intensity\n";
 }
 
 bool DemoKeys::handle(const osgGA::GUIEventAdapter& ea, osgGA::GUIActionAdapter&)
@@ -90,9 +93,56 @@ bool DemoKeys::handle(const osgGA::GUIEventAdapter& ea, osgGA::GUIActionAdapter&
     case 'k':
         _pending.push_back(ea.getKey());
         return true;
+    case 'n':
+    case 'N':
+        setLabelsShown(!labelsShown());
+        return true;
+    case 'm':
+    case 'M':
+        nextPointCloudDrawMode();
+        return true;
     default:
         return false;
     }
+}
+
+void DemoKeys::setLabelsShown(bool shown)
+{
+    osg::ref_ptr<CXViewer> viewer;
+    if (_viewer.lock(viewer) && viewer->earthLabelGroup.valid())
+        viewer->earthLabelGroup->setNodeMask(shown ? ~0u : 0u);
+}
+
+bool DemoKeys::labelsShown() const
+{
+    osg::ref_ptr<CXViewer> viewer;
+    return _viewer.lock(viewer) && viewer->earthLabelGroup.valid() && viewer->earthLabelGroup->getNodeMask() != 0;
+}
+
+int DemoKeys::pointCloudDrawMode() const
+{
+    osg::ref_ptr<CXViewer> viewer;
+    if (!_viewer.lock(viewer) || !viewer->getLiDAR() || !viewer->getLiDAR()->getStateSet())
+        return 0;
+    float mode = 0.0f;
+    if (const osg::Uniform* uniform = viewer->getLiDAR()->getStateSet()->getUniform("PotreeDrawmode"))
+        uniform->get(mode);
+    return static_cast<int>(mode);
+}
+
+int DemoKeys::nextPointCloudDrawMode()
+{
+    static const char* const names[] = {"stored colour", "class", "height", "intensity"};
+    osg::ref_ptr<CXViewer> viewer;
+    if (!_viewer.lock(viewer) || !viewer->getLiDAR())
+        return 0;
+    const int mode = (pointCloudDrawMode() + 1) % 4;
+    // A new uniform, as the viewer's own per-frame uniforms are.
+    viewer->getLiDAR()->getOrCreateStateSet()->addUniform(new osg::Uniform("PotreeDrawmode", static_cast<float>(mode)),
+                                                           osg::StateAttribute::ON);
+    std::printf("cxdemo: point clouds drawn by %s\n", names[mode]);
+    std::fflush(stdout);
+    return mode;
 }
 
 void DemoKeys::runPending()

@@ -1,8 +1,9 @@
-// The demo host's keys for the viewer's rendering modes. One handler on the
-// main view (and on the vice view while there is one); each key's work runs
-// in the next update traversal, outside the event traversal whose views and
-// cameras it changes. Add further keys beside these (the stock state set and
-// stats handlers own l, b, w, t and s).
+// The demo host's keys: the viewer's rendering modes, the region labels and
+// the point clouds' draw mode. One handler on the main view (and on the vice
+// view while there is one); the rendering modes' work runs in the next update
+// traversal, outside the event traversal whose views and cameras it changes.
+// Add further keys beside these (the stock state set and stats handlers own
+// l, b, w, t and s).
 #ifndef CXDEMO_DEMOKEYS_H
 #define CXDEMO_DEMOKEYS_H
 
@@ -49,6 +50,17 @@ public:
       * False, with a message, when the faces are missing. */
     bool toggleSkyBox();
     bool skyBoxOn() const;
+
+    /** 'n': shows (node mask all ones) or hides (0) the region labels, the
+      * viewer's "provinceName" group. */
+    void setLabelsShown(bool shown);
+    bool labelsShown() const;
+
+    /** 'm': the point clouds' next draw mode, 0 (stored colour), 1 (class),
+      * 2 (height), 3 (intensity), then 0 again: the "PotreeDrawmode" uniform
+      * of the LiDAR group. Returns the new mode. */
+    int nextPointCloudDrawMode();
+    int pointCloudDrawMode() const;
 
     /** Runs the keys pressed since the last call. */
     void runPending();

@@ -6,7 +6,6 @@
 //          [--labels] [--keys KEYS]
 
 #include "DemoKeys.h"
-#include "LabelKeys.h"
 #include "ProcessMemory.h"
 #include "WindowCapture.h"
 #include "X11HostWindow.h"
@@ -126,7 +125,6 @@ void usage(const char* program)
                  "mouse: left drag pans, middle drag rotates, right drag or wheel zooms; arrow keys pan;\n"
                  "space flies home\n"
                  "keys:\n"
-                 "  n  region labels on/off\n"
                  "%s",
                  program, CXDEMO_DEFAULT_DATA_DIR, cxdemo::DemoKeys::help());
 }
@@ -246,12 +244,8 @@ int main(int argc, char** argv)
         return 1;
     }
 
-    // The heads-up display (position under the mouse, scale bar, compass),
-    // and the key for the region labels.
+    // The heads-up display (position under the mouse, scale bar, compass).
     viewer->addViewPointLable();
-    osg::ref_ptr<cxdemo::LabelKeys> labelKeys = new cxdemo::LabelKeys(viewer->earthLabelGroup.get());
-    labelKeys->setShown(options.labels);
-    viewer->getViewer()->addEventHandler(labelKeys.get());
 
     // The scene objects: buildings, terrain models and pipes of the store,
     // paged by their quadtrees. The terrain models' group is the host's to
@@ -292,8 +286,9 @@ int main(int argc, char** argv)
         }
     }
 
-    // The demo's keys for the rendering modes.
-    cxdemo::DemoKeys::install(viewer.get(), options.basePath);
+    // The demo's keys: rendering modes, region labels, point cloud colours.
+    cxdemo::DemoKeys* keys = cxdemo::DemoKeys::install(viewer.get(), options.basePath);
+    keys->setLabelsShown(options.labels);
 
     // The whole window: all views and cameras, as shown.
     osg::ref_ptr<cxhost::WindowCapture> capture;

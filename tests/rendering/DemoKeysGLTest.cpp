@@ -1,6 +1,7 @@
 // The demo host's keys on the real sample map, pressed on the window as a
 // person would: 'p' the depth partition, 'v' the split view with the planned
-// tower on the right, 'k' the sky box with the sample's cube map.
+// tower on the right, 'k' the sky box with the sample's cube map, 'n' the region
+// labels, 'm' the point clouds' draw mode.
 #include "SampleMapFixture.h"
 #include "WindowCapture.h"
 
@@ -298,3 +299,34 @@ TEST_F(DemoSkyBoxAlone, TheGlowLiesOnTheHorizonAndTheNightAbove)
 }
 
 } // namespace
+
+TEST_F(DemoKeysOnTheMap, NShowsAndHidesTheRegionLabels)
+{
+    ASSERT_TRUE(settle());
+    ASSERT_TRUE(viewer->earthLabelGroup.valid());
+    EXPECT_EQ(viewer->earthLabelGroup->getNodeMask(), 0u) << "hidden after InitOSG";
+    osg::ref_ptr<osg::Image> hidden = grabFrame();
+    press('n');
+    EXPECT_TRUE(keys->labelsShown());
+    EXPECT_NE(viewer->earthLabelGroup->getNodeMask(), 0u);
+    // The start view is over China: the labels change the picture.
+    osg::ref_ptr<osg::Image> shown = grabFrame();
+    EXPECT_GT(cxtest::differingPixels(*hidden, *shown, 30), 200);
+    press('N');
+    EXPECT_FALSE(keys->labelsShown());
+    EXPECT_EQ(viewer->earthLabelGroup->getNodeMask(), 0u);
+}
+
+TEST_F(DemoKeysOnTheMap, MCyclesThePointCloudDrawModes)
+{
+    ASSERT_TRUE(settle());
+    EXPECT_EQ(keys->pointCloudDrawMode(), 0);
+    for (int expected : {1, 2, 3, 0, 1})
+    {
+        press('m');
+        EXPECT_EQ(keys->pointCloudDrawMode(), expected);
+        float mode = -1.0f;
+        viewer->getLiDAR()->getStateSet()->getUniform("PotreeDrawmode")->get(mode);
+        EXPECT_FLOAT_EQ(mode, static_cast<float>(expected));
+    }
+}
