@@ -1,6 +1,9 @@
-// The sample generator end to end: it writes the sample into a temporary
-// folder, on an elevation file with a known slope, and the tests read the
-// table and every model back from disk.
+// The sample generator end to end: it writes the sample on an elevation file
+// with a known slope, and the tests read the table and every model back from
+// disk. Under CTest the sample is written once, by the fixture test
+// SampleOutputFixture.WritesTheSampleForTheSuite, into the folder named by
+// CXSAMPLE_OUTPUT_DIR, and every test of the suite reads that folder; run by
+// hand, the suite writes its own copy into a temporary folder.
 #include "SampleTestSupport.h"
 
 #include "TempDir.h"
@@ -15,6 +18,7 @@
 #include <osgDB/ReadFile>
 
 #include <algorithm>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <regex>
@@ -27,16 +31,53 @@ namespace
 
 const std::array<const char*, 4> kLevels = {"fine", "middle", "crude", "crude2"};
 
+/** Writes the ramp elevation file and the sample below `root` (root/dem.db,
+ *  root/sample/) and records the run's status and output beside them, so that
+ *  other processes can read the run as this one saw it. */
+RunResult writeSampleRun(const fs::path& root)
+{
+    fs::create_directories(root);
+    const std::string dem = writeRampDem(root);
+    // A small point cloud: its own tests make the full one.
+    const RunResult run = runSample({(root / "sample").string(), "--dem", dem, "--cloud-points", "20000"});
+    std::ofstream(root / "run.out", std::ios::binary) << run.out;
+    std::ofstream(root / "run.err", std::ios::binary) << run.err;
+    std::ofstream(root / "run.status", std::ios::binary) << run.status;
+    return run;
+}
+
+/** The run writeSampleRun recorded below `root`; false when there is none. */
+bool readSampleRun(const fs::path& root, RunResult& run)
+{
+    std::ifstream status(root / "run.status");
+    if (!(status >> run.status))
+        return false;
+    run.out = readBytes(root / "run.out");
+    run.err = readBytes(root / "run.err");
+    return true;
+}
+
+/** The folder CTest's fixture writes the sample into; empty when unset. */
+fs::path sharedOutputRoot()
+{
+    const char* dir = std::getenv("CXSAMPLE_OUTPUT_DIR");
+    return dir && *dir ? fs::path(dir) : fs::path();
+}
+
 class SampleOutput : public ::testing::Test
 {
 protected:
     static void SetUpTestSuite()
     {
-        _dir = std::make_unique<cxtest::TempDir>();
-        _dem = writeRampDem(_dir->path());
-        _out = _dir->path() / "sample";
-        // A small point cloud: its own tests make the full one.
-        _run = runSample({_out.string(), "--dem", _dem, "--cloud-points", "20000"});
+        fs::path root = sharedOutputRoot();
+        if (root.empty() || !readSampleRun(root, _run))
+        {
+            _dir = std::make_unique<cxtest::TempDir>();
+            root = _dir->path();
+            _run = writeSampleRun(root);
+        }
+        _dem = (root / "dem.db").string();
+        _out = root / "sample";
         if (_run.status == 0)
             _objects = readObjects(_out / "data" / "objects.csv", &_header);
     }
@@ -533,10 +574,38 @@ TEST_F(SampleOutput, SameSeedGivesTheSameFiles)
     ASSERT_EQ(first, repeated);
     for (const std::string& file : first)
         EXPECT_TRUE(readBytes(_out / file) == readBytes(again.path() / file)) << file << " differs";
+}
 
-    // Another seed makes another city.
+TEST_F(SampleOutput, AnotherSeedMakesAnotherCity)
+{
     cxtest::TempDir other;
     ASSERT_EQ(runSample({other.path().string(), "--dem", _dem, "--seed", "7", "--cloud-points", "20000", "--quiet"}).status,
               0);
-    EXPECT_NE(readBytes(_out / "data" / "objects.csv"), readBytes(other.path() / "data" / "objects.csv"));
+    const std::string table = readBytes(_out / "data" / "objects.csv");
+    const std::string otherTable = readBytes(other.path() / "data" / "objects.csv");
+    ASSERT_FALSE(otherTable.empty());
+    EXPECT_NE(table, otherTable);
+}
+
+// CTest runs this before the suite (a fixture of the suite's tests): it writes
+// the sample the suite reads into CXSAMPLE_OUTPUT_DIR, replacing what an
+// earlier run left there. Run by hand, it writes into a temporary folder.
+TEST(SampleOutputFixture, WritesTheSampleForTheSuite)
+{
+    std::unique_ptr<cxtest::TempDir> scratch;
+    fs::path root = sharedOutputRoot();
+    if (root.empty())
+    {
+        scratch = std::make_unique<cxtest::TempDir>();
+        root = scratch->path();
+    }
+    std::error_code ignored;
+    fs::remove_all(root, ignored);
+    const RunResult run = writeSampleRun(root);
+    ASSERT_EQ(run.status, 0) << run.err;
+    RunResult recorded;
+    ASSERT_TRUE(readSampleRun(root, recorded));
+    EXPECT_EQ(recorded.status, 0);
+    EXPECT_EQ(recorded.out, run.out);
+    EXPECT_TRUE(fs::is_regular_file(root / "sample" / "data" / "objects.csv"));
 }
