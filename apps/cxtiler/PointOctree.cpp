@@ -287,6 +287,39 @@ void OctreeBuilder::release(Store& store)
     store.count = 0;
 }
 
+/** The points a node passes down, written to one spill file per child
+ *  octant, each opened at the child's first point. */
+class OctreeBuilder::ChildSpills
+{
+public:
+    ChildSpills(OctreeBuilder& builder, Children& children) : _builder(builder), _children(children) {}
+
+    void operator()(const PointRecord& r, int octant)
+    {
+        const auto o = static_cast<std::size_t>(octant);
+        if (!_writers[o])
+        {
+            _children[o].spill = _builder.spillPath();
+            _writers[o] = std::make_unique<SpillWriter>(_children[o].spill);
+        }
+        _writers[o]->write(r);
+        ++_children[o].count;
+        ++_builder._stats.spilledPoints;
+    }
+
+    void close()
+    {
+        for (auto& writer : _writers)
+            if (writer)
+                writer->close();
+    }
+
+private:
+    OctreeBuilder& _builder;
+    Children& _children;
+    std::array<std::unique_ptr<SpillWriter>, 8> _writers;
+};
+
 std::vector<PointRecord> OctreeBuilder::select(const NodeKey& node, Store& store, Children& children, bool inMemory)
 {
     const std::size_t budget = _options.maxPointsPerTile;
@@ -318,18 +351,7 @@ std::vector<PointRecord> OctreeBuilder::select(const NodeKey& node, Store& store
         return selection.take();
     }
 
-    std::array<std::unique_ptr<SpillWriter>, 8> writers;
-    auto down = [&](const PointRecord& r, int octant) {
-        const auto o = static_cast<std::size_t>(octant);
-        if (!writers[o])
-        {
-            children[o].spill = spillPath();
-            writers[o] = std::make_unique<SpillWriter>(children[o].spill);
-        }
-        writers[o]->write(r);
-        ++children[o].count;
-        ++_stats.spilledPoints;
-    };
+    ChildSpills down(*this, children);
     if (store.spill.empty())
     {
         for (const PointRecord& p : store.points)
@@ -340,9 +362,7 @@ std::vector<PointRecord> OctreeBuilder::select(const NodeKey& node, Store& store
         readSpill(store.spill, store.count, [&](const PointRecord& p) { selection.offer(p, down); });
     }
     release(store);
-    for (auto& writer : writers)
-        if (writer)
-            writer->close();
+    down.close();
     return selection.take();
 }
 
@@ -362,25 +382,12 @@ std::vector<PointRecord> OctreeBuilder::selectStream(const NodeKey& node, std::u
     }
     // Too large for memory: one pass over the input, the rest to spill files.
     Selection selection(*this, node.level, _options.maxPointsPerTile);
-    std::array<std::unique_ptr<SpillWriter>, 8> writers;
-    auto down = [&](const PointRecord& r, int octant) {
-        const auto o = static_cast<std::size_t>(octant);
-        if (!writers[o])
-        {
-            children[o].spill = spillPath();
-            writers[o] = std::make_unique<SpillWriter>(children[o].spill);
-        }
-        writers[o]->write(r);
-        ++children[o].count;
-        ++_stats.spilledPoints;
-    };
+    ChildSpills down(*this, children);
     std::vector<PointRecord> batch;
     while (next(batch))
         for (const PointRecord& p : batch)
             selection.offer(p, down);
-    for (auto& writer : writers)
-        if (writer)
-            writer->close();
+    down.close();
     return selection.take();
 }
 

@@ -129,6 +129,7 @@ private:
     struct Store;
     using Children = std::array<Store, 8>;
     class Selection;
+    class ChildSpills;
 
     std::vector<PointRecord> select(const NodeKey& node, Store& store, Children& children, bool inMemory);
     std::vector<PointRecord> selectStream(const NodeKey& node, std::uint64_t count,
