@@ -1,6 +1,7 @@
 // Split view: the main view in the left half of the window and a second view,
-// the vice view, in the right half, one manipulator for both. What stands in
-// viceModels shows on the right only, what stands in models on both sides.
+// the vice view, in the right half, one manipulator for both. The vice view
+// shows root, not the rest of scene: what stands in viceModels shows on the
+// right only, what stands in models (under scene) on the left only.
 #include <viewer/CXViewer>
 
 #include <osg/Geode>
