@@ -73,7 +73,8 @@ DemoKeys* DemoKeys::install(CXViewer* viewer, const std::string& basePath)
 
 const char* DemoKeys::help()
 {
-    return "  p  depth partition on/off (a far and a near camera, each with its own depth range)\n"
+    return "  p  depth partition on/off (a far and a near camera, each with its own depth range;\n"
+           "     the near camera starts some 150 m from the eye, so closer views need it off)\n"
            "  v  split view on/off: a second view on the right half, with a planned tower south of\n"
            "     the business district that only it shows, behind a dividing line\n"
            "  k  sky box on/off: the sample's cube map (BASE/skybox) around the globe, in place\n"

@@ -158,6 +158,11 @@ TEST_F(RenderingOnTheMap, DepthPartitionNearTheGroundDrawsWhatTheSingleCameraDra
     EXPECT_LT(nearNear, clearance);
     EXPECT_NEAR(nearFar, farNear + 0.5, 1e-3);
     EXPECT_GT(farFar, 1.0e6);
+    // With the eye inside the scene's bounding sphere the near plane is a
+    // hundred-thousandth of the depth to the sphere's far side: over 100 m on
+    // a globe, so that close-ups want the partition off.
+    EXPECT_NEAR(nearNear, 1.0e-5 * farFar, 1.0e-3 * nearNear);
+    EXPECT_GT(nearNear, 100.0);
 
     const int differing = cxtest::differingPixels(*plain, *partitioned, 16);
     EXPECT_LT(differing, windowWidth * windowHeight / 50) << differing << " pixels differ";
