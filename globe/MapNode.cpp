@@ -9,6 +9,7 @@ MapNode::MapNode(Map* map) : _map(map ? map : new Map)
 {
     setUpCoordinateSystem();
     setUpTerrain();
+    makeObservable();
 }
 
 MapNode::MapNode(const MapNode& rhs, const osg::CopyOp& copyop) : osg::CoordinateSystemNode(rhs, copyop), _map(rhs._map)
@@ -16,6 +17,16 @@ MapNode::MapNode(const MapNode& rhs, const osg::CopyOp& copyop) : osg::Coordinat
     if (!getEllipsoidModel())
         setUpCoordinateSystem();
     setUpTerrain();
+    makeObservable();
+}
+
+void MapNode::makeObservable()
+{
+    // Models hold the map node through observer pointers, and the pager's
+    // thread makes models while the frame thread does. The set of observers
+    // is made here, before either thread can see the node, rather than by
+    // whichever thread observes it first.
+    getOrCreateObserverSet();
 }
 
 MapNode::~MapNode() = default;
