@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <limits>
 #include <ostream>
 
 namespace cxsample
@@ -18,36 +19,35 @@ struct UsageError : Error
     using Error::Error;
 };
 
-std::uint64_t parseSeed(const std::string& text)
+/** A whole number from 0 up to `largest`, all of `text`, not negative. */
+bool parseWholeNumber(const std::string& text, std::uint64_t largest, std::uint64_t& value)
 {
+    if (text.empty() || text[0] == '-')
+        return false;
     std::size_t used = 0;
-    unsigned long long value = 0;
     try
     {
         value = std::stoull(text, &used);
     }
     catch (const std::exception&)
     {
-        used = 0;
+        return false;
     }
-    if (used == 0 || used != text.size() || text[0] == '-')
+    return used == text.size() && value <= largest;
+}
+
+std::uint64_t parseSeed(const std::string& text)
+{
+    std::uint64_t value = 0;
+    if (!parseWholeNumber(text, std::numeric_limits<std::uint64_t>::max(), value))
         throw UsageError("--seed wants a whole number from 0 up, not '" + text + "'");
     return value;
 }
 
 std::uint64_t parseCount(const std::string& text)
 {
-    std::size_t used = 0;
-    unsigned long long value = 0;
-    try
-    {
-        value = std::stoull(text, &used);
-    }
-    catch (const std::exception&)
-    {
-        used = 0;
-    }
-    if (used == 0 || used != text.size() || text[0] == '-' || value > 100000000ull)
+    std::uint64_t value = 0;
+    if (!parseWholeNumber(text, 100000000ull, value))
         throw UsageError("--cloud-points wants a whole number from 0 to 100000000, not '" + text + "'");
     return value;
 }

@@ -89,19 +89,28 @@ Arguments parse(const std::vector<std::string>& args, std::size_t first, const s
     return parsed;
 }
 
-int parseInt(const std::string& option, const std::string& text, int low, int high)
+/** `convert(text, &used)` (std::stoi, std::stod, ...) over all of `text`;
+ *  false when it fails or leaves characters over. */
+template <typename T, typename Convert>
+bool convertAll(const std::string& text, Convert convert, T& value)
 {
     std::size_t used = 0;
-    int value = 0;
     try
     {
-        value = std::stoi(text, &used);
+        value = convert(text, &used);
     }
     catch (const std::exception&)
     {
-        used = 0;
+        return false;
     }
-    if (used == 0 || used != text.size() || value < low || value > high)
+    return used != 0 && used == text.size();
+}
+
+int parseInt(const std::string& option, const std::string& text, int low, int high)
+{
+    int value = 0;
+    const auto toInt = [](const std::string& t, std::size_t* used) { return std::stoi(t, used); };
+    if (!convertAll(text, toInt, value) || value < low || value > high)
         throw UsageError(option + " wants a whole number from " + std::to_string(low) + " to "
                          + std::to_string(high) + ", not '" + text + "'");
     return value;
@@ -109,17 +118,9 @@ int parseInt(const std::string& option, const std::string& text, int low, int hi
 
 double parseNumber(const std::string& option, const std::string& text, double low, double high)
 {
-    std::size_t used = 0;
     double value = 0.0;
-    try
-    {
-        value = std::stod(text, &used);
-    }
-    catch (const std::exception&)
-    {
-        used = 0;
-    }
-    if (used == 0 || used != text.size() || !std::isfinite(value) || value < low || value > high)
+    const auto toDouble = [](const std::string& t, std::size_t* used) { return std::stod(t, used); };
+    if (!convertAll(text, toDouble, value) || !std::isfinite(value) || value < low || value > high)
         throw UsageError(option + " wants a number from " + std::to_string(static_cast<int>(low)) + " to "
                          + std::to_string(static_cast<int>(high)) + ", not '" + text + "'");
     return value;
