@@ -76,24 +76,7 @@ void pagelodCullCallBack::operator()(osg::Node* node, osg::NodeVisitor* nv)
 
     // 4.-7. A fresh table of the visible octree, breadth first.
     osg::ref_ptr<osg::Texture2D> texture = createTableTexture(pagelodVisitor::tableSize);
-    pagelodVisitor visitor(texture.get());
-    visitor.setTraversalNumber(nv->getFrameStamp() ? nv->getFrameStamp()->getFrameNumber() : 0);
-    if (osg::Transform* content = dynamic_cast<osg::Transform*>(root->getChild(0)))
-        visitor.tileLists[1].push_back(content);
-
-    visitor.apply(*root);
-    while (!visitor.tileLists[0].empty())
-    {
-        const std::vector<osg::Node*> level = visitor.tileLists[0];
-        visitor.tileLists[0].clear();
-        for (osg::Node* tile : level)
-            tile->accept(visitor);
-    }
-
-    visitor.count_ = 0;
-    for (osg::Node* content : visitor.tileLists[1])
-        content->accept(visitor);
-    visitor.tileLists[1].clear();
+    pagelodVisitor::writeTable(*root, texture.get(), nv->getFrameStamp() ? nv->getFrameStamp()->getFrameNumber() : 0);
 
     // 8. The table at unit 0.
     osg::StateSet* state = root->getOrCreateStateSet();

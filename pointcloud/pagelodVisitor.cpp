@@ -6,10 +6,10 @@
 #include <osg/StateSet>
 #include <osg/Uniform>
 
-#include <cmath>
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <typeinfo>
 
 namespace
 {
@@ -31,15 +31,33 @@ int octantNumber(const std::string& name)
     return std::atoi(name.c_str() + kContentPrefixLength);
 }
 
-// pow(2, number) truncated to an integer and cut to eight bits. Octants 8 and
-// up therefore add nothing; the arithmetic avoids converting a huge double to
-// an int.
+// pow(2, number) truncated to an integer and cut to eight bits: octants 0 to
+// 7 give their bit, any other number (8 and up, or negative) nothing.
 unsigned char maskBit(int number)
 {
-    const double bit = std::trunc(std::pow(2.0, number));
-    if (!std::isfinite(bit))
-        return 0;
-    return static_cast<unsigned char>(std::fmod(bit, 256.0));
+    return number >= 0 && number < 8 ? static_cast<unsigned char>(1u << number) : 0;
+}
+
+// The node as a paged tile, or null. Tiles are plain osg::PagedLODs: their
+// type is compared first, and only other nodes pay for a dynamic cast.
+osg::PagedLOD* asPagedLOD(osg::Node* node)
+{
+    if (!node)
+        return nullptr;
+    if (typeid(*node) == typeid(osg::PagedLOD))
+        return static_cast<osg::PagedLOD*>(node);
+    return dynamic_cast<osg::PagedLOD*>(node);
+}
+
+// A new "vsnStart" uniform with `index`. It is copied from one made once, so
+// that the name's lookup in the uniform registry is not paid per tile each
+// cull; the copy has its own value.
+osg::Uniform* newTableIndex(int index)
+{
+    static const osg::ref_ptr<const osg::Uniform> prototype = new osg::Uniform("vsnStart", 0);
+    osg::Uniform* uniform = new osg::Uniform(*prototype, osg::CopyOp::SHALLOW_COPY);
+    uniform->set(index);
+    return uniform;
 }
 
 // The value of the content's "vsnStart", or false when it has none.
@@ -80,8 +98,7 @@ void pagelodVisitor::apply(osg::PagedLOD& tile)
     if (marked)
     {
         if (osg::Transform* content = tile.getChild(0)->asTransform())
-            content->getOrCreateStateSet()->addUniform(new osg::Uniform("vsnStart", count_),
-                                                       osg::StateAttribute::ON);
+            content->getOrCreateStateSet()->addUniform(newTableIndex(count_), osg::StateAttribute::ON);
         else
             std::cout << "pagelod第一个子节点不为geode 000" << std::endl;
 
@@ -90,7 +107,7 @@ void pagelodVisitor::apply(osg::PagedLOD& tile)
                                       tile.getFrameNumber(1) == getTraversalNumber();
         if (nextLevelVisible)
         {
-            osg::Group* nextLevel = dynamic_cast<osg::Group*>(tile.getChild(1));
+            osg::Group* nextLevel = tile.getChild(1) ? tile.getChild(1)->asGroup() : nullptr;
             if (!nextLevel)
             {
                 std::cout << "pagelod最后一个子节点不为group节点" << std::endl;
@@ -99,10 +116,10 @@ void pagelodVisitor::apply(osg::PagedLOD& tile)
             {
                 for (unsigned int i = 0; i < nextLevel->getNumChildren(); ++i)
                 {
-                    osg::PagedLOD* child = dynamic_cast<osg::PagedLOD*>(nextLevel->getChild(i));
-                    if (!child || child->getNumChildren() < 1)
+                    osg::PagedLOD* child = asPagedLOD(nextLevel->getChild(i));
+                    if (!child || child->getNumChildren() < 1 || !child->getChild(0))
                         continue;
-                    osg::Transform* childContent = dynamic_cast<osg::Transform*>(child->getChild(0));
+                    osg::Transform* childContent = child->getChild(0)->asTransform();
                     if (!childContent)
                         continue;
                     // Added, not or-ed: the table has always been written so.
@@ -131,13 +148,13 @@ void pagelodVisitor::apply(osg::Transform& content)
     if (mask && *mask != 0 && content.getNumParents() > 0)
     {
         // The first listed child of this tile's visible next level.
-        osg::PagedLOD* tile = dynamic_cast<osg::PagedLOD*>(content.getParent(0));
+        osg::PagedLOD* tile = asPagedLOD(content.getParent(0));
         osg::Group* nextLevel = (tile && tile->getNumChildren() == 2) ? tile->getChild(1)->asGroup() : nullptr;
         if (nextLevel)
         {
             for (unsigned int i = 0; i < nextLevel->getNumChildren(); ++i)
             {
-                osg::PagedLOD* child = dynamic_cast<osg::PagedLOD*>(nextLevel->getChild(i));
+                osg::PagedLOD* child = asPagedLOD(nextLevel->getChild(i));
                 if (!child || child->getNumChildren() < 1 || !child->getChild(0))
                     continue;
                 osg::Transform* childContent = child->getChild(0)->asTransform();
@@ -154,4 +171,30 @@ void pagelodVisitor::apply(osg::Transform& content)
         }
     }
     ++count_;
+}
+
+void pagelodVisitor::writeTable(osg::PagedLOD& root, osg::Texture2D* texture, unsigned int traversalNumber)
+{
+    pagelodVisitor visitor(texture);
+    visitor.setTraversalNumber(traversalNumber);
+    if (osg::Transform* content = root.getNumChildren() && root.getChild(0) ? root.getChild(0)->asTransform() : nullptr)
+        visitor.tileLists[1].push_back(content);
+
+    // Pass 1, level by level: breadth-first numbering and the masks.
+    visitor.apply(root);
+    std::vector<osg::Node*> level;
+    while (!visitor.tileLists[0].empty())
+    {
+        level.swap(visitor.tileLists[0]);
+        visitor.tileLists[0].clear();
+        for (osg::Node* tile : level)
+            tile->accept(visitor);
+        level.clear();
+    }
+
+    // Pass 2, in the same order: the first-child offsets.
+    visitor.count_ = 0;
+    for (osg::Node* content : visitor.tileLists[1])
+        content->accept(visitor);
+    visitor.tileLists[1].clear();
 }
