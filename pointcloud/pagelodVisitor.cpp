@@ -7,6 +7,7 @@
 #include <osg/Uniform>
 
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string>
 #include <typeinfo>
@@ -19,7 +20,7 @@ constexpr std::size_t kContentPrefixLength = 8;
 
 bool hasContentPrefix(const std::string& name)
 {
-    return name.compare(0, kContentPrefixLength, kContentPrefix) == 0;
+    return name.size() >= kContentPrefixLength && std::memcmp(name.data(), kContentPrefix, kContentPrefixLength) == 0;
 }
 
 // The octant number after the prefix, read the way atoi reads it: a missing
@@ -64,7 +65,8 @@ osg::Uniform* newTableIndex(int index)
 bool readTableIndex(const osg::Node& content, int& index)
 {
     const osg::StateSet* state = content.getStateSet();
-    const osg::Uniform* uniform = state ? state->getUniform("vsnStart") : nullptr;
+    static const std::string name("vsnStart");
+    const osg::Uniform* uniform = state ? state->getUniform(name) : nullptr;
     const osg::IntArray* values = uniform ? uniform->getIntArray() : nullptr;
     if (!values || values->empty())
         return false;
