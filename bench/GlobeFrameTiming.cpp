@@ -12,6 +12,7 @@
 // against the median cull traversal of a frame.
 #include "GlobeBench.h"
 
+#include <globe/FindTopMostNodeOfTypeVisitor>
 #include <globe/SkyNode>
 
 #include <cmath>
@@ -27,11 +28,9 @@ using namespace cxbench;
 class Bench : public GlobeBench
 {
 public:
-    Bench(cxhost::X11HostWindow& window, const std::string& basePath) : GlobeBench(window, basePath)
+    Bench(cxhost::X11HostWindow& window, const std::string& basePath)
+        : GlobeBench(window, basePath), _sky(globe::findTopMostNodeOfType<globe::SkyNode>(_viewer->getRoot()))
     {
-        for (unsigned int i = 0; i < _viewer->getRoot()->getNumChildren(); ++i)
-            if (auto* sky = dynamic_cast<globe::SkyNode*>(_viewer->getRoot()->getChild(i)))
-                _sky = sky;
     }
 
     bool valid() const override { return GlobeBench::valid() && _sky; }

@@ -80,7 +80,7 @@ bool IntersectionPicker::pick(float x, float y, Hits& results) const
     scene->accept(visitor);
     if (!intersector->containsIntersections())
         return false;
-    results = intersector->getIntersections();
+    results.swap(intersector->getIntersections());
     return true;
 }
 

@@ -176,14 +176,11 @@ bool PlaceNode::isHiddenFrom(const osg::Vec3d& eye) const
 
 void PlaceNode::traverse(osg::NodeVisitor& nv)
 {
-    if (dynamic_cast<osgUtil::IntersectionVisitor*>(&nv))
+    if (nv.asIntersectionVisitor())
         return;
-    if (nv.getVisitorType() == osg::NodeVisitor::CULL_VISITOR)
-    {
-        auto* cv = dynamic_cast<osgUtil::CullVisitor*>(&nv);
-        if (cv && isHiddenFrom(cv->getEyeLocal()))
+    if (osgUtil::CullVisitor* cv = nv.asCullVisitor())
+        if (isHiddenFrom(cv->getEyeLocal()))
             return;
-    }
     osg::Group::traverse(nv);
 }
 

@@ -56,7 +56,10 @@ void MyNewUpdateSlaveCallback::updateSlave(osg::View& view, osg::View::Slave& sl
     else
     {
         // A frustum keeps its field of view: its sides scale with the near plane.
-        camera->getProjectionMatrixAsFrustum(left, right, bottom, top, n, f);
+        // A projection that is no frustum (or one with its near plane at
+        // the eye) has no sides to scale: it stays as the master made it.
+        if (!camera->getProjectionMatrixAsFrustum(left, right, bottom, top, n, f) || n == 0.0)
+            return;
         const double nr = zNear / n;
         camera->setProjectionMatrixAsFrustum(left * nr, right * nr, bottom * nr, top * nr, zNear, zFar);
     }

@@ -34,6 +34,10 @@ CXViewer& CXViewer::operator=(const CXViewer& rhs) = default;
 
 CXViewer::~CXViewer()
 {
+    // The HUD handler and the main view hold each other; a host that never
+    // called UnInitOSG would otherwise keep both, and the scene, for good.
+    if (labelHandler)
+        labelHandler->view = nullptr;
     g_pCXviewer = nullptr;
 }
 

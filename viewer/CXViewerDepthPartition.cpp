@@ -197,11 +197,14 @@ void CXViewer::ToggleDepthPartition()
     // leaves empty is painted by a backdrop drawn in the far pass (the
     // globe's sky) or else shows the colour that the context clears to after
     // each swap: the main camera's clear colour.
-    const MasterStateKeeper keeper(*camera);
-    addPartitionCamera(*view, *camera, context.get(), viewport.get(), "farcamera", true,
-                       new MyNewUpdateSlaveCallback(dps.get(), 1), true, osg::Matrixd(), osg::Matrixd());
-    addPartitionCamera(*view, *camera, context.get(), viewport.get(), "nearcamera", true,
-                       new MyNewUpdateSlaveCallback(dps.get(), 0), true, osg::Matrixd(), osg::Matrixd());
+    {
+        // The master's state comes back before the threads start again.
+        const MasterStateKeeper keeper(*camera);
+        addPartitionCamera(*view, *camera, context.get(), viewport.get(), "farcamera", true,
+                           new MyNewUpdateSlaveCallback(dps.get(), 1), true, osg::Matrixd(), osg::Matrixd());
+        addPartitionCamera(*view, *camera, context.get(), viewport.get(), "nearcamera", true,
+                           new MyNewUpdateSlaveCallback(dps.get(), 0), true, osg::Matrixd(), osg::Matrixd());
+    }
     if (context.valid())
     {
         context->setClearColor(camera->getClearColor());

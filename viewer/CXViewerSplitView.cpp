@@ -22,18 +22,11 @@ void CXViewer::changeViewSize(bool half)
 
     if (camera->getViewport())
     {
-        if (half)
-        {
-            camera->setViewport(new osg::Viewport(0, 0, width / 2, height));
-            camera->setProjectionMatrixAsPerspective(
-                30.0, static_cast<double>(width / 2) / static_cast<double>(height), 1.0, 1000.0);
-        }
-        else
-        {
-            camera->setViewport(new osg::Viewport(0, 0, width, height));
-            camera->setProjectionMatrixAsPerspective(
-                30.0, static_cast<double>(width) / static_cast<double>(height), 1.0, 1000.0);
-        }
+        // The left half, halved in integers, or the whole window.
+        const int viewWidth = half ? width / 2 : width;
+        camera->setViewport(new osg::Viewport(0, 0, viewWidth, height));
+        camera->setProjectionMatrixAsPerspective(
+            30.0, static_cast<double>(viewWidth) / static_cast<double>(height), 1.0, 1000.0);
         return;
     }
 

@@ -2,6 +2,7 @@
 
 #include "DemoSkyBox.h"
 
+#include <globe/FindTopMostNodeOfTypeVisitor>
 #include <globe/EarthManipulator>
 #include <globe/SkyNode>
 #include <globe/TerrainEngine>
@@ -46,11 +47,7 @@ private:
 
 globe::SkyNode* skyOf(CXViewer& viewer)
 {
-    osg::Group* root = viewer.getRoot();
-    for (unsigned int i = 0; root && i < root->getNumChildren(); ++i)
-        if (auto* sky = dynamic_cast<globe::SkyNode*>(root->getChild(i)))
-            return sky;
-    return nullptr;
+    return globe::findTopMostNodeOfType<globe::SkyNode>(viewer.getRoot());
 }
 
 globe::EarthManipulator* globeManipulatorOf(CXViewer& viewer)

@@ -68,7 +68,7 @@ bool parseViewpoint(const char* text, Options& options)
     double v[5] = {0.0, 0.0, 0.0, 0.0, -90.0};
     int count = 0;
     const char* p = text;
-    while (count < 5)
+    for (;;)
     {
         char* end = nullptr;
         v[count] = std::strtod(p, &end);
@@ -77,11 +77,12 @@ bool parseViewpoint(const char* text, Options& options)
         ++count;
         if (*end == '\0')
             break;
-        if (*end != ',')
+        // A separator, then another value: never more than five.
+        if (*end != ',' || count == 5)
             return false;
         p = end + 1;
     }
-    if ((count != 3 && count != 5) || *p == '\0')
+    if (count != 3 && count != 5)
         return false;
     for (double value : v)
         if (!std::isfinite(value))

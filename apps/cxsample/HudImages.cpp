@@ -1,10 +1,10 @@
 #include "HudImages.h"
 
 #include "Error.h"
+#include "PngFile.h"
 
 #include <osg/Vec2d>
 #include <osg/Vec4>
-#include <osgDB/WriteFile>
 
 #include <algorithm>
 #include <cmath>
@@ -131,17 +131,6 @@ osg::Vec2d polar(double radius, double degreesFromNorth)
     return osg::Vec2d(radius * std::sin(a), radius * std::cos(a));
 }
 
-void write(const osg::Image& image, const std::filesystem::path& path)
-{
-    std::error_code error;
-    std::filesystem::create_directories(path.parent_path(), error);
-    if (error || !std::filesystem::is_directory(path.parent_path()))
-        throw Error("cannot create the folder " + path.parent_path().string() +
-                    (error ? ": " + error.message() : std::string()));
-    if (!osgDB::writeImageFile(image, path.string()))
-        throw Error("cannot write " + path.string());
-}
-
 } // namespace
 
 osg::ref_ptr<osg::Image> compassImage(int size)
@@ -239,7 +228,7 @@ std::vector<std::string> writeHudImages(const std::string& outputDir)
     for (const auto& [path, image] : images)
     {
         const std::filesystem::path file = out / path;
-        write(*image, file);
+        writePng(*image, file);
         written.push_back(file.string());
     }
     return written;

@@ -6,6 +6,7 @@
 #include "HudImages.h"
 #include "ObjectsCsv.h"
 #include "ObliqueSample.h"
+#include "PngFile.h"
 #include "PointCloudSample.h"
 #include "SkyBoxImages.h"
 
@@ -32,14 +33,6 @@ std::string megabytes(std::uint64_t bytes)
     char text[32];
     std::snprintf(text, sizeof(text), "%.2f MB", static_cast<double>(bytes) / (1024.0 * 1024.0));
     return text;
-}
-
-void makeFolder(const fs::path& folder)
-{
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error || !fs::is_directory(folder))
-        throw Error("cannot create the folder " + folder.string() + (error ? ": " + error.message() : std::string()));
 }
 
 /** Writes the models of one family and keeps their radii. */

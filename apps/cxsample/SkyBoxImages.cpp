@@ -1,15 +1,12 @@
 #include "SkyBoxImages.h"
 
 #include "Error.h"
-#include "OutputFile.h"
+#include "PngFile.h"
 #include "Random.h"
-
-#include <osgDB/Registry>
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <ostream>
 #include <vector>
 
@@ -282,13 +279,7 @@ std::array<osg::ref_ptr<osg::Image>, 6> skyBoxFaces(int size, std::uint64_t seed
 SkyBoxSummary writeSkyBoxImages(const std::string& outputDir, std::uint64_t seed, std::ostream* progress, int size)
 {
     const fs::path folder = fs::path(outputDir) / kSkyBoxFolder;
-    std::error_code error;
-    fs::create_directories(folder, error);
-    if (error || !fs::is_directory(folder))
-        throw Error("cannot create the folder " + folder.string() + (error ? ": " + error.message() : std::string()));
-    osgDB::ReaderWriter* png = osgDB::Registry::instance()->getReaderWriterForExtension("png");
-    if (!png)
-        throw Error("cannot write PNG images: OpenSceneGraph has no png plugin");
+    makeFolder(folder);
 
     SkyBoxSummary summary;
     summary.folder = folder.string();
@@ -296,20 +287,7 @@ SkyBoxSummary writeSkyBoxImages(const std::string& outputDir, std::uint64_t seed
     const std::array<osg::ref_ptr<osg::Image>, 6> faces = skyBoxFaces(size, seed);
     for (int face = 0; face < 6; ++face)
     {
-        const fs::path path = folder / (std::string(kSkyBoxFaceNames[face]) + ".png");
-        const std::string temporary = cxtool::temporaryPathFor(path.string());
-        cxtool::PendingFile pending(temporary);
-        {
-            std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-            if (!out || !png->writeImage(*faces[face], out).success() || !out.flush())
-                throw Error("cannot write " + path.string());
-        }
-        cxtool::syncFile(temporary);
-        fs::rename(temporary, path, error);
-        if (error)
-            throw Error("cannot write " + path.string() + ": " + error.message());
-        pending.release();
-        summary.bytes += fs::file_size(path, error);
+        summary.bytes += writePng(*faces[face], folder / (std::string(kSkyBoxFaceNames[face]) + ".png"));
         ++summary.faces;
     }
     if (progress)
